@@ -1,0 +1,10 @@
+// Visibility control for the ovkit shared library.
+//
+// The library is built with hidden visibility: only declarations marked
+// OVKIT_API are part of libovkit.so.1's interface.
+#ifndef OVKIT_ORVAEXPORT_H
+#define OVKIT_ORVAEXPORT_H
+
+#define OVKIT_API __attribute__((visibility("default")))
+
+#endif // OVKIT_ORVAEXPORT_H

@@ -1,0 +1,104 @@
+// Module lifetime frame: what makes the library ready when it is loaded and
+// quiet when it is unloaded.
+//
+// Every module record (the library's own g_ModuleData, and any record a
+// client derives from ModuleData) joins one process-wide list at
+// construction. ModuleData::entry() attaches the records oldest first;
+// ModuleData::exit() detaches them newest first. A client that wants to drive
+// the list at one point of its own uses the bracket:
+//
+//     int main() { OrvaSupport::ModuleDataControl control; ... }
+//
+// The library's record is constructed before any other static object of the
+// library and destroyed after all of them, so its start sequence runs first
+// at load and its stop sequence last at unload:
+//   start: OVKITInitOrvaObjectBase, OVKITInitOrvaThread, OVKITInitOrvaLogging,
+//          OVKITInitOrvaTimer, OVKITInitOrvaLoggingTimer;
+//   stop:  the global object factory, then the OVKITFinit... functions in the
+//          reverse order, OVKITFinitOrvaObjectBase last.
+// Nothing here locks: the list is touched during static initialisation and
+// termination, or by a ModuleDataControl on the main thread before threads start.
+#ifndef OVKIT_ORVAMODULE_H
+#define OVKIT_ORVAMODULE_H
+
+#include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaObjectBase.h>
+
+namespace OrvaSupport
+{
+
+/// A record of the module list, with a use count (0 means detached).
+class OVKIT_API ModuleData
+{
+public:
+    /// Inserts the record at the head of the list.
+    explicit ModuleData(bool autoAttach);
+    /// Leaves the list. Records are expected to die in the reverse order of
+    /// their construction, each being the head when it goes; a record that
+    /// dies out of that order stays linked to its neighbours.
+    virtual ~ModuleData();
+
+    virtual void attach() = 0;
+    virtual void detach() = 0;
+
+    /// From the oldest record to the newest: attaches a record whose use count
+    /// is 0, then adds 1 to its count. The list must not be empty.
+    static void entry();
+    /// From the newest record to the oldest: for each record whose count is
+    /// above 0, subtracts 1 and detaches it on reaching 0.
+    static void exit();
+
+    bool autoAttach() const { return m_bAutoAttach; }
+    int useCount() const { return m_nUseCount; }
+    ModuleData* previous() const { return m_pPrev; }
+    ModuleData* next() const { return m_pNext; }
+    /// The most recently constructed record.
+    static ModuleData* head() { return m_pHead; }
+
+protected:
+    bool m_bAutoAttach;
+    ModuleData* m_pPrev; // inserted after this one (nearer the head); null at the head
+    ModuleData* m_pNext; // inserted before this one
+    int m_nUseCount;
+
+    static ModuleData* m_pHead;
+};
+
+/// Enters the module list at construction and exits it at destruction.
+class OVKIT_API ModuleDataControl
+{
+public:
+    ModuleDataControl();
+    virtual ~ModuleDataControl();
+};
+
+// Initialise and finalise functions of the subsystems, called by the
+// library's module record. The logging pairs do nothing.
+OVKIT_API void OVKITInitOrvaThread();
+OVKIT_API void OVKITFinitOrvaThread();
+OVKIT_API void OVKITInitOrvaLogging();
+OVKIT_API void OVKITFinitOrvaLogging();
+OVKIT_API void OVKITInitOrvaTimer();
+OVKIT_API void OVKITFinitOrvaTimer();
+OVKIT_API void OVKITInitOrvaLoggingTimer();
+OVKIT_API void OVKITFinitOrvaLoggingTimer();
+
+} // namespace OrvaSupport
+
+/// The library's own module record. Constructed with auto-attach true: its
+/// construction runs the start sequence and its destruction the stop
+/// sequence, sharing the use count with entry() and exit().
+class OVKIT_API Module : public OrvaSupport::ModuleData
+{
+public:
+    explicit Module(bool autoAttach);
+    ~Module() override;
+
+    void attach() override;
+    void detach() override;
+};
+
+/// The library's one module record.
+OVKIT_API extern Module g_ModuleData;
+
+#endif // OVKIT_ORVAMODULE_H

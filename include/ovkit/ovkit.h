@@ -1,0 +1,10 @@
+// Umbrella header: the whole exported interface of libovkit.so.1.
+#ifndef OVKIT_OVKIT_H
+#define OVKIT_OVKIT_H
+
+#include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaObjectBase.h>
+#include <ovkit/OrvaCriticalSection.h>
+#include <ovkit/OrvaModule.h>
+
+#endif // OVKIT_OVKIT_H

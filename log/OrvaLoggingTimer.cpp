@@ -1,0 +1,10 @@
+#include <ovkit/OrvaModule.h>
+
+namespace OrvaSupport
+{
+
+void OVKITInitOrvaLoggingTimer() {}
+
+void OVKITFinitOrvaLoggingTimer() {}
+
+} // namespace OrvaSupport
