@@ -6,5 +6,9 @@
 #include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaModule.h>
+#include <ovkit/OrvaStringTraits.h>
+#include <ovkit/OrvaStringUtilities.h>
+#include <ovkit/OrvaLocaleFactory.h>
+#include <ovkit/OrvaException.h>
 
 #endif // OVKIT_OVKIT_H

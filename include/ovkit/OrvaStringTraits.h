@@ -1,0 +1,66 @@
+// Case-insensitive character traits and the two string types built on them.
+//
+//     OrvaSupport::ci_string name("Path");
+//     name == "PATH";                       // true: compared without regard to case
+//     name.c_str();                         // "Path": the case given is kept
+//
+// char_traits_ci<C> behaves like std::char_traits<C>, except that eq, lt,
+// compare and find fold both sides to lower case first: narrow characters with
+// the C library's tolower on the signed value of the char, wide ones with
+// towlower. The folding therefore follows the C locale of the process (the
+// "C" locale unless the program calls setlocale), so outside ASCII it depends
+// on that locale. Comparison orders by the folded values; with equal folded
+// prefixes the shorter string is the lower, as in any std::basic_string.
+//
+// The types are meant as keys of ordered containers (the case-insensitive
+// property tables) and for searching; they have no std::hash and no stream
+// operators of their own (use c_str()).
+#ifndef OVKIT_ORVASTRINGTRAITS_H
+#define OVKIT_ORVASTRINGTRAITS_H
+
+#include <ovkit/OrvaExport.h>
+
+#include <cstddef>
+#include <string>
+
+/// Case-insensitive character traits, defined for char and wchar_t only.
+template <class C>
+struct char_traits_ci;
+
+/// Narrow case-insensitive traits: folding with tolower of the signed char.
+template <>
+struct OVKIT_API char_traits_ci<char> : public std::char_traits<char>
+{
+    /// True when both characters fold to the same value.
+    static bool eq(char a, char b);
+    /// Orders by the folded values.
+    static bool lt(char a, char b);
+    /// At the first of the n positions where the folded values differ: -1 if
+    /// the folded character of a is the lower, otherwise 1. 0 if none differs.
+    static int compare(const char* a, const char* b, std::size_t n);
+    /// The first of the n characters at s that folds to the folded value of c,
+    /// or null.
+    static const char* find(const char* s, std::size_t n, const char& c);
+};
+
+/// Wide case-insensitive traits: folding with towlower.
+template <>
+struct OVKIT_API char_traits_ci<wchar_t> : public std::char_traits<wchar_t>
+{
+    static bool eq(wchar_t a, wchar_t b);
+    static bool lt(wchar_t a, wchar_t b);
+    static int compare(const wchar_t* a, const wchar_t* b, std::size_t n);
+    static const wchar_t* find(const wchar_t* s, std::size_t n, const wchar_t& c);
+};
+
+namespace OrvaSupport
+{
+
+/// Narrow string that compares and searches without regard to case.
+typedef std::basic_string<char, char_traits_ci<char>> ci_string;
+/// Wide string that compares and searches without regard to case.
+typedef std::basic_string<wchar_t, char_traits_ci<wchar_t>> ci_wstring;
+
+} // namespace OrvaSupport
+
+#endif // OVKIT_ORVASTRINGTRAITS_H
