@@ -10,5 +10,6 @@
 #include <ovkit/OrvaStringUtilities.h>
 #include <ovkit/OrvaLocaleFactory.h>
 #include <ovkit/OrvaException.h>
+#include <ovkit/OrvaDateTime.h>
 
 #endif // OVKIT_OVKIT_H

@@ -1,0 +1,466 @@
+#include <ovkit/OrvaDateTime.h>
+
+#include <ovkit/OrvaLocaleFactory.h>
+
+#include <cctype>
+#include <climits>
+#include <cstdio>
+#include <cwchar>
+#include <iterator>
+#include <sstream>
+
+namespace OrvaSupport
+{
+
+namespace
+{
+
+const char* const kInvalidDate = "Input does not compute to a valid DateTime object";
+const char* const kBadRfcFormat = "Incorrect RFC1123 DateTime format";
+const char* const kBadFormat = "Incorrect DateTime format";
+const char* const kBadShift = "Subtracting does not compute to a valid Date. Trying to subtract field,";
+const char* const kShiftTail = " with ";
+
+// Longest texts accepted by the three parsed forms.
+const std::string::size_type kMaxRfcLength = 29;
+const std::string::size_type kMaxNumericLength = 19;
+const std::string::size_type kMaxCtimeLength = 25;
+
+// The name and zone words are read into buffers of this size; the scan
+// formats bound them to one character less.
+const int kWordBufferSize = 10;
+
+/// A zeroed tm whose summer-time flag is left to mktime.
+tm blankTm()
+{
+    tm result = tm();
+    result.tm_isdst = -1;
+    return result;
+}
+
+/// A copy of what localtime or gmtime returned; a zeroed tm for the null
+/// they give when the year would not fit.
+tm copyOf(const tm* source)
+{
+    return source ? *source : tm();
+}
+
+/// `value` + `delta`, held to the range of int so that a hostile number
+/// cannot overflow; a held value is far outside every valid date.
+int addClamped(int value, long long delta)
+{
+    long long sum = static_cast<long long>(value) + delta;
+    if (sum > INT_MAX)
+        return INT_MAX;
+    if (sum < INT_MIN)
+        return INT_MIN;
+    return static_cast<int>(sum);
+}
+
+/// True when every word that a bounded "%9s" read ended where the text's
+/// word ended: `ends` holds the offsets after each word (from "%n").
+bool wordsComplete(const std::string& text, const int* ends, int count)
+{
+    for (int i = 0; i < count; ++i)
+    {
+        int end = ends[i];
+        if (end < 0)
+            return false;
+        if (static_cast<std::string::size_type>(end) < text.size() &&
+            !std::isspace(static_cast<unsigned char>(text[end])))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+unsigned int OrvaDateTime::m_objectCounter = 0;
+
+const char* const OrvaDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+OrvaDateTime::OrvaDateTime() : m_oLocale(OrvaLocaleFactory::getDefaultLocale(false))
+{
+    time_t now = time(nullptr);
+    tm local = copyOf(localtime(&now));
+    m_nDay = local.tm_mday;
+    m_nMonth = local.tm_mon;
+    m_nYear = local.tm_year + 1900;
+    m_nHour = local.tm_hour;
+    m_nMinute = local.tm_min;
+    m_nSecond = local.tm_sec;
+    m_nInstanceId = ++m_objectCounter;
+}
+
+OrvaDateTime::OrvaDateTime(const OrvaDateTime& other)
+    : m_nDay(0), m_nMonth(0), m_nYear(0), m_nHour(0), m_nMinute(0), m_nSecond(0), m_oLocale(),
+      m_nInstanceId(0)
+{
+    *this = other;
+}
+
+OrvaDateTime& OrvaDateTime::operator=(const OrvaDateTime& other)
+{
+    if (this != &other)
+    {
+        m_nDay = other.m_nDay;
+        m_nMonth = other.m_nMonth;
+        m_nYear = other.m_nYear;
+        m_nHour = other.m_nHour;
+        m_nMinute = other.m_nMinute;
+        m_nSecond = other.m_nSecond;
+        m_nInstanceId = other.m_nInstanceId;
+    }
+    return *this;
+}
+
+OrvaDateTime::~OrvaDateTime() {}
+
+time_t OrvaDateTime::getTime() const
+{
+    tm fields = blankTm();
+    fields.tm_mday = m_nDay;
+    fields.tm_mon = m_nMonth;
+    fields.tm_year = m_nYear - 1900;
+    fields.tm_hour = m_nHour;
+    fields.tm_min = m_nMinute;
+    fields.tm_sec = m_nSecond;
+    return mktime(&fields);
+}
+
+int OrvaDateTime::getWeekday() const
+{
+    time_t t = getTime();
+    return copyOf(localtime(&t)).tm_wday;
+}
+
+int OrvaDateTime::day() const
+{
+    time_t t = getTime();
+    return copyOf(localtime(&t)).tm_yday + 1;
+}
+
+bool OrvaDateTime::isLeapYear() const
+{
+    time_t t = getTime();
+    tm probe = copyOf(localtime(&t));
+    probe.tm_mday = 29;
+    probe.tm_mon = 1;
+    mktime(&probe);
+    return probe.tm_mday == 29 || probe.tm_mon == 1;
+}
+
+int OrvaDateTime::hash() const
+{
+    // The chain below is kept as it has always been: the floating-point
+    // remainder cancels out, so every date hashes to 0.
+    unsigned int x = static_cast<unsigned int>(getTime()) * 41358u + m_nInstanceId;
+    double value = static_cast<double>(x);
+    return static_cast<int>(value - 28.0 * (value / 28.0));
+}
+
+void OrvaDateTime::adjustInstanceId()
+{
+    m_nInstanceId = ++m_objectCounter;
+}
+
+int OrvaDateTime::getMonthForRFCName(std::string& name) const
+{
+    for (int month = 0; month < 12; ++month)
+    {
+        if (name == abbrevMonthNames[month])
+            return month;
+    }
+    return 0;
+}
+
+bool OrvaDateTime::validateDateTime(const tm& time, std::string& error) const
+{
+    tm probe = time;
+    bool valid = mktime(&probe) != static_cast<time_t>(-1) && probe.tm_year == time.tm_year &&
+                 probe.tm_mon == time.tm_mon && probe.tm_mday == time.tm_mday &&
+                 probe.tm_hour == time.tm_hour && probe.tm_min == time.tm_min && probe.tm_sec == time.tm_sec;
+    // The full year is held in an int as well.
+    if (valid && time.tm_year > INT_MAX - 1900)
+        valid = false;
+    if (!valid)
+        error = kInvalidDate;
+    return valid;
+}
+
+bool OrvaDateTime::operatorImpl(const tm& time, std::string& error)
+{
+    if (!validateDateTime(time, error))
+        return false;
+    m_nDay = time.tm_mday;
+    m_nMonth = time.tm_mon;
+    m_nYear = time.tm_year + 1900;
+    m_nHour = time.tm_hour;
+    m_nMinute = time.tm_min;
+    m_nSecond = time.tm_sec;
+    adjustInstanceId();
+    return true;
+}
+
+bool OrvaDateTime::setDateTime(const std::string& text, std::string& error)
+{
+    const char* source = text.c_str();
+    tm fields = blankTm();
+    char dayName[kWordBufferSize] = "";
+    char monthName[kWordBufferSize] = "";
+    char zone[kWordBufferSize] = "";
+    int ends[3] = {-1, -1, -1};
+    int dayOfMonth = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
+
+    if (text.find(',') != std::string::npos)
+    {
+        // "Tue, 15 Nov 1994 08:12:31 GMT". The day name and the zone are read
+        // but not used; the fields are taken as local time and may carry.
+        if (text.size() > kMaxRfcLength ||
+            sscanf(source, "%9s%n %d %9s%n %d %d:%d:%d %9s%n", dayName, &ends[0], &dayOfMonth, monthName,
+                   &ends[1], &year, &hour, &minute, &second, zone, &ends[2]) != 8 ||
+            !wordsComplete(text, ends, 3))
+        {
+            error = kBadRfcFormat;
+            return false;
+        }
+        std::string name(monthName);
+        fields.tm_mday = dayOfMonth;
+        fields.tm_mon = getMonthForRFCName(name);
+        fields.tm_year = addClamped(year, -1900);
+        fields.tm_hour = hour;
+        fields.tm_min = minute;
+        fields.tm_sec = second;
+        time_t carried = mktime(&fields);
+        fields = copyOf(localtime(&carried));
+    }
+    else if (text.find('/') != std::string::npos)
+    {
+        // "15/11/1994 08:12:31", day first; the time of day is optional.
+        if (text.size() > kMaxNumericLength)
+        {
+            error = kBadRfcFormat;
+            return false;
+        }
+        if (sscanf(source, "%d/%d/%d %d:%d:%d", &dayOfMonth, &month, &year, &hour, &minute, &second) <= 2)
+        {
+            error = kBadFormat;
+            return false;
+        }
+        fields.tm_mday = dayOfMonth;
+        fields.tm_mon = addClamped(month, -1);
+        fields.tm_year = addClamped(year, -1900);
+        fields.tm_hour = hour;
+        fields.tm_min = minute;
+        fields.tm_sec = second;
+    }
+    else
+    {
+        // "Tue Nov 15 08:12:31 1994", the order of ctime.
+        if (text.size() > kMaxCtimeLength ||
+            sscanf(source, "%9s%n %9s%n %d %d:%d:%d %d", dayName, &ends[0], monthName, &ends[1], &dayOfMonth,
+                   &hour, &minute, &second, &year) != 7 ||
+            !wordsComplete(text, ends, 2))
+        {
+            error = kBadFormat;
+            return false;
+        }
+        std::string name(monthName);
+        fields.tm_mday = dayOfMonth;
+        fields.tm_mon = getMonthForRFCName(name);
+        fields.tm_year = addClamped(year, -1900);
+        fields.tm_hour = hour;
+        fields.tm_min = minute;
+        fields.tm_sec = second;
+    }
+
+    if (!operatorImpl(fields, error))
+        throw OrvaInvalidDateException(error);
+    return true;
+}
+
+bool OrvaDateTime::setDateTimeFromStrImpl(const std::string& text, std::string& error)
+{
+    if (!setDateTime(text, error))
+        return false;
+    adjustInstanceId();
+    return true;
+}
+
+bool OrvaDateTime::setDateTimeFromTmImpl(const tm& time, std::string& error)
+{
+    if (!operatorImpl(time, error))
+        throw OrvaInvalidDateException(error);
+    return true;
+}
+
+bool OrvaDateTime::setDateImpl(unsigned day, unsigned month, unsigned year, std::string& error)
+{
+    return setDateTimeImpl(day, month, year, 0, 0, 0, error);
+}
+
+bool OrvaDateTime::setDateTimeImpl(unsigned day, unsigned month, unsigned year, unsigned hour,
+                                   unsigned minute, unsigned second, std::string& error)
+{
+    // tm_isdst stays 0 here, unlike in the parsed forms: the caller speaks
+    // of standard time.
+    tm fields = tm();
+    fields.tm_mday = static_cast<int>(day);
+    fields.tm_mon = static_cast<int>(month - 1);
+    fields.tm_year = static_cast<int>(year);
+    fields.tm_hour = static_cast<int>(hour);
+    fields.tm_min = static_cast<int>(minute);
+    fields.tm_sec = static_cast<int>(second);
+    if (!operatorImpl(fields, error))
+        throw OrvaInvalidDateException(error);
+    adjustInstanceId();
+    return true;
+}
+
+bool OrvaDateTime::setYearImpl(unsigned year, std::string& error) const
+{
+    time_t t = getTime();
+    tm probe = copyOf(localtime(&t));
+    probe.tm_year = static_cast<int>(year - 1900);
+    return validateDateTime(probe, error);
+}
+
+bool OrvaDateTime::setMonthImpl(unsigned month, std::string& error) const
+{
+    if (month < 1 || month > 12)
+    {
+        error = "Invalid Month : Exceeds 12";
+        return false;
+    }
+    time_t t = getTime();
+    tm probe = copyOf(localtime(&t));
+    probe.tm_mon = static_cast<int>(month - 1);
+    return validateDateTime(probe, error);
+}
+
+bool OrvaDateTime::setDayImpl(unsigned day, std::string& error) const
+{
+    if (day < 1 || day > 31)
+    {
+        error = "Invalid Day : Exceeds 31";
+        return false;
+    }
+    time_t t = getTime();
+    tm probe = copyOf(localtime(&t));
+    probe.tm_mday = static_cast<int>(day);
+    return validateDateTime(probe, error);
+}
+
+bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)
+{
+    if (amount == 0)
+        return false;
+
+    time_t t = getTime();
+    tm shifted = copyOf(localtime(&t));
+    int* target = nullptr;
+    switch (field)
+    {
+    case Month:
+        target = &shifted.tm_mon;
+        break;
+    case Day:
+        target = &shifted.tm_mday;
+        break;
+    case Year:
+        target = &shifted.tm_year;
+        break;
+    case Hour:
+        target = &shifted.tm_hour;
+        break;
+    case Minute:
+        target = &shifted.tm_min;
+        break;
+    case Second:
+        target = &shifted.tm_sec;
+        break;
+    default:
+        break;
+    }
+
+    // A sum that leaves the range of int counts as a failure of mktime.
+    bool computes = true;
+    if (target)
+    {
+        long long sum = static_cast<long long>(*target) + amount;
+        if (sum > INT_MAX || sum < INT_MIN)
+            computes = false;
+        else
+            *target = static_cast<int>(sum);
+    }
+    if (!computes || mktime(&shifted) == static_cast<time_t>(-1))
+    {
+        error = kBadShift;
+        // The tail of " with " from offset field + amount, where that offset
+        // lies inside it; the numbers themselves are never printed.
+        long long offset = static_cast<long long>(field) + amount;
+        std::string tail(kShiftTail);
+        if (offset >= 0 && offset <= static_cast<long long>(tail.size()))
+            error += tail.substr(static_cast<std::string::size_type>(offset));
+        return false;
+    }
+    if (!operatorImpl(shifted, error))
+        throw OrvaInvalidDateException(error);
+    return true;
+}
+
+std::wstring OrvaDateTime::monthName(const std::locale& locale) const
+{
+    time_t t = getTime();
+    tm local = copyOf(localtime(&t));
+    return constructTimeString(&local, locale, L"%B");
+}
+
+std::wstring OrvaDateTime::weekdayName(const std::locale& locale) const
+{
+    time_t t = getTime();
+    tm local = copyOf(localtime(&t));
+    return constructTimeString(&local, locale, L"%A");
+}
+
+std::wstring OrvaDateTime::dateToString(const std::locale& locale) const
+{
+    // The time of day: the names of this pair are exchanged, and stay so.
+    time_t t = getTime();
+    tm local = copyOf(localtime(&t));
+    return constructTimeString(&local, locale, L"%X");
+}
+
+std::wstring OrvaDateTime::timeToString(const std::locale& locale) const
+{
+    // The date: see dateToString.
+    time_t t = getTime();
+    tm local = copyOf(localtime(&t));
+    return constructTimeString(&local, locale, L"%x");
+}
+
+std::wstring OrvaDateTime::toString(const std::locale& locale) const
+{
+    time_t t = getTime();
+    tm local = copyOf(localtime(&t));
+    return constructTimeString(&local, locale, L"%c");
+}
+
+std::wstring OrvaDateTime::toGMTString() const
+{
+    time_t t = getTime();
+    tm utc = copyOf(gmtime(&t));
+    return constructTimeString(&utc, m_oLocale, L"%c");
+}
+
+std::wstring OrvaDateTime::constructTimeString(tm* time, const std::locale& locale, const wchar_t* format)
+{
+    std::wostringstream stream;
+    stream.imbue(locale);
+    const std::time_put<wchar_t>& facet = std::use_facet<std::time_put<wchar_t>>(locale);
+    facet.put(std::ostreambuf_iterator<wchar_t>(stream), stream, L' ', time, format, format + wcslen(format));
+    return stream.str();
+}
+
+} // namespace OrvaSupport
