@@ -50,7 +50,8 @@ TEST(OrvaObjectBase, CopiesAndAssignmentsForgetReferences)
     target = *held;
     EXPECT_EQ(0, target.refCount());
 
-    *held = *held;
+    Counted& same = *held;
+    *held = same;
     EXPECT_EQ(2, held->refCount());
 
     EXPECT_EQ(1, held->release());
@@ -77,7 +78,8 @@ TEST(OrvaSmartPointer, LastReferenceDeletesAndOrderIsNone)
         EXPECT_TRUE(a == b);
         EXPECT_FALSE(a == empty);
 
-        a = a;
+        OrvaSmartPointer<Counted>& alias = a;
+        a = alias;
         a = b;
         a = static_cast<Counted*>(b);
         EXPECT_EQ(2, a->refCount());

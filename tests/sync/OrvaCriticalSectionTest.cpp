@@ -128,7 +128,8 @@ TEST(OrvaCriticalSection, CopiesShareOnlyAnOpenedLock)
     assigned.unlock();
     assigned = unopened;
     EXPECT_EQ(2, assigned.lockCount());
-    assigned = assigned;
+    OrvaCriticalSectionObject& alias = assigned;
+    assigned = alias;
     EXPECT_EQ(2, assigned.lockCount());
     unopened.unwind();
     EXPECT_EQ(0, shared.lockCount());
