@@ -17,7 +17,12 @@ template class OrvaSmartPointer<OrvaObjectBase>;
 void OVKITInitOrvaObjectBase()
 {
     if (!g_pCriticalSection)
+    {
         g_pCriticalSection = new OrvaCriticalSectionObject();
+        // Opened now, while the process has one thread: the global section
+        // opens itself without a guard, so two first users must not race.
+        g_pCriticalSection->init();
+    }
 }
 
 void OVKITFinitOrvaObjectBase()

@@ -35,12 +35,13 @@ inline void storeOwner(LockImplementation* lock, pthread_t owner)
 // While a thread moves a lock between "mutex taken" and "entered in its held
 // list" (or back), an asynchronous cancellation would leave a mutex that no
 // recovery can find. These steps run with cancellation disabled; a
-// cancellation that arrives meanwhile acts when it is enabled again.
+// cancellation that arrives meanwhile acts when it is enabled again, which
+// unwinds the stack from inside the destructor: hence noexcept(false).
 class CancellationBlocker
 {
 public:
     CancellationBlocker() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nOldState); }
-    ~CancellationBlocker()
+    ~CancellationBlocker() noexcept(false)
     {
         int ignored;
         pthread_setcancelstate(m_nOldState, &ignored);
