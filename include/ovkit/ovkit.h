@@ -11,5 +11,9 @@
 #include <ovkit/OrvaLocaleFactory.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaDateTime.h>
+#include <ovkit/OrvaNotification.h>
+#include <ovkit/OrvaEvent.h>
+#include <ovkit/OrvaThread.h>
+#include <ovkit/OrvaTimer.h>
 
 #endif // OVKIT_OVKIT_H

@@ -1,0 +1,92 @@
+// The broadcast event: a pulse that wakes every thread waiting at that moment.
+//
+//     OrvaEvent ready;
+//     // waiting thread:                     // other thread:
+//     ready.wait(-1);                        ready.set();
+//
+// An event has no signalled state and keeps no memory of a set(): a set()
+// with no waiter is lost, and a thread that starts waiting after a set()
+// waits for the next one. Dependents (see OrvaNotification.h) are told of
+// each set() before the waiters are woken. OrvaTimer is an event that sets
+// itself.
+//
+// Results of every wait: 0 woken by a set (or nothing to wait on), -2 timed
+// out, -3 failed. A timeout of -1 means no limit.
+#ifndef OVKIT_ORVAEVENT_H
+#define OVKIT_ORVAEVENT_H
+
+#include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaNotification.h>
+
+namespace OrvaSupport
+{
+
+/// What an event sends to its dependents: id 1, nothing more.
+class OVKIT_API OrvaEventNotification : public OrvaNotification
+{
+public:
+    OrvaEventNotification();
+    OrvaEventNotification(const OrvaEventNotification& other);
+    OrvaEventNotification& operator=(const OrvaEventNotification& other);
+    ~OrvaEventNotification() override;
+};
+
+/// A broadcast pulse on a condition variable.
+///
+/// Neither a flag nor the mutex links setter and waiter, so a set() that falls
+/// between a thread's decision to wait and its arrival in the wait is lost;
+/// callers that cannot afford that keep their own state. A spurious wake-up
+/// of the condition variable returns 0 as if the event had been set.
+///
+/// Failures of the thread library in set() and reset() are ignored; wait()
+/// reports through its result and never throws.
+///
+/// Lifetime: the destructor waits until a set() that is running on another
+/// thread has finished with the event, so a waiter may destroy the event as
+/// soon as it has been woken. An event must therefore not be destroyed from
+/// inside its own set(), that is from one of its dependents' callbacks.
+class OVKIT_API OrvaEvent
+{
+public:
+    /// The event is ready to use at once.
+    OrvaEvent();
+    /// Dependents are not told.
+    virtual ~OrvaEvent();
+
+    /// Tells the dependents first, on the calling thread, through a
+    /// notification from createNotification(), which is then handed to
+    /// destroyNotification(); then wakes every thread waiting at this moment.
+    virtual void set();
+    /// Initialises the condition variable again. Meant for an event on which
+    /// nobody waits; it does not wake anyone.
+    virtual void reset();
+    /// Waits for the next set().
+    ///
+    /// With -1 the wait has no limit. Any other value does not block: the
+    /// time is passed on as an absolute time long past (the seconds and
+    /// nanoseconds of `milliseconds`, counted from the epoch, in 32-bit
+    /// arithmetic), so 0 to 999 return -2 at once, and larger values as a
+    /// rule return -3 at once (the nanoseconds are out of range). A bounded
+    /// wait is done with an OrvaTimer and a wait without limit.
+    virtual int wait(int milliseconds);
+    /// The block that holds the condition variable and its mutex.
+    virtual void* getHandle();
+    /// A new OrvaEventNotification; the caller hands it back to destroyNotification().
+    virtual OrvaNotification* createNotification();
+    /// Deletes the notification; null is allowed.
+    virtual void destroyNotification(OrvaNotification* notification);
+
+    void addDependent(OrvaDependent& dependent);
+    void removeDependent(OrvaDependent& dependent);
+
+    OrvaEvent(const OrvaEvent&) = delete;
+    OrvaEvent& operator=(const OrvaEvent&) = delete;
+
+private:
+    OrvaCollaborator m_oCollaborator;
+    void* m_pHandle;
+};
+
+} // namespace OrvaSupport
+
+#endif // OVKIT_ORVAEVENT_H

@@ -1,0 +1,23 @@
+// The three signals that the library owns, and how their handlers are
+// installed. Not installed.
+#ifndef OVKIT_THREADS_LIBRARYSIGNALS_H
+#define OVKIT_THREADS_LIBRARYSIGNALS_H
+
+#include <csignal>
+
+namespace OrvaSupport
+{
+
+/// SIGALRM (timer expiry), SIGUSR1 (arming the timer) and SIGUSR2 (joining
+/// self-deleted threads).
+void librarySignalSet(sigset_t* signals);
+
+/// Installs `handler` as signal() would (restarting interrupted calls, the
+/// signal itself held back while its handler runs), and also holds back the
+/// library's other two signals: the handlers create and join threads and take
+/// locks, and one must not break into another on the same thread.
+void installLibrarySignalHandler(int signalNumber, void (*handler)(int));
+
+} // namespace OrvaSupport
+
+#endif // OVKIT_THREADS_LIBRARYSIGNALS_H

@@ -1,0 +1,85 @@
+#include <ovkit/OrvaNotification.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace OrvaSupport
+{
+
+// The id is documented as meaningless until it is given one; it starts at 0
+// only so that copying a fresh notification reads a defined value.
+OrvaNotification::OrvaNotification() : m_nId(0) {}
+
+OrvaNotification::OrvaNotification(int id) : m_nId(id) {}
+
+OrvaNotification::OrvaNotification(const OrvaNotification& other) : m_nId(other.m_nId) {}
+
+OrvaNotification& OrvaNotification::operator=(const OrvaNotification& other)
+{
+    m_nId = other.m_nId;
+    return *this;
+}
+
+OrvaNotification& OrvaNotification::operator=(int id)
+{
+    m_nId = id;
+    return *this;
+}
+
+OrvaNotification::~OrvaNotification() {}
+
+void OrvaNotification::setId(int id)
+{
+    m_nId = id;
+}
+
+int OrvaNotification::getId() const
+{
+    return m_nId;
+}
+
+OrvaDependent::~OrvaDependent() {}
+
+void OrvaDependent::handleNotification(OrvaCollaborator&, const OrvaNotification&) {}
+
+OrvaCollaborator::OrvaCollaborator() {}
+
+OrvaCollaborator::OrvaCollaborator(const OrvaCollaborator&) {}
+
+OrvaCollaborator& OrvaCollaborator::operator=(const OrvaCollaborator&)
+{
+    return *this;
+}
+
+OrvaCollaborator::~OrvaCollaborator() {}
+
+void OrvaCollaborator::addDependent(OrvaDependent& dependent)
+{
+    OrvaCriticalSection guard(m_oListLock, true);
+    m_vDependents.push_back(&dependent);
+}
+
+void OrvaCollaborator::removeDependent(OrvaDependent& dependent)
+{
+    OrvaCriticalSection guard(m_oListLock, true);
+    m_vDependents.erase(std::remove(m_vDependents.begin(), m_vDependents.end(), &dependent),
+                        m_vDependents.end());
+}
+
+void OrvaCollaborator::notify(const OrvaNotification& notification)
+{
+    // Delivery by index, with the lock given up around each call: the list may
+    // change under a callback, and the size is read again at every step. The
+    // entry itself is read while the lock is held.
+    m_oListLock.lock();
+    for (std::size_t i = 0; i < m_vDependents.size(); ++i)
+    {
+        OrvaDependent* dependent = m_vDependents[i];
+        m_oListLock.unlock();
+        dependent->handleNotification(*this, notification);
+        m_oListLock.lock();
+    }
+    m_oListLock.unlock();
+}
+
+} // namespace OrvaSupport

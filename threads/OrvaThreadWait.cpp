@@ -1,0 +1,124 @@
+// Waiting for one or several threads with a time limit: every awaited thread
+// reports its ThreadDone to one dependent, and a timer ends the wait when the
+// time runs out.
+#include <ovkit/OrvaThread.h>
+
+#include <ovkit/OrvaTimer.h>
+
+#include "sync/OrvaEventBlock.h"
+
+#include <cstddef>
+
+namespace OrvaSupport
+{
+
+/// The wait's event and clock: its firing marks the wait as timed out.
+class ThreadWaitTimer : public OrvaTimer
+{
+public:
+    explicit ThreadWaitTimer(bool* timedOut) : m_pTimedOut(timedOut) {}
+    ~ThreadWaitTimer() override
+    {
+        // A firing that is under way still calls this class's set().
+        stop();
+        waitForEventSets(getHandle());
+    }
+
+    void set() override
+    {
+        __atomic_store_n(m_pTimedOut, true, __ATOMIC_SEQ_CST);
+        OrvaEvent::set();
+    }
+
+    /// Wakes the waiter without marking a timeout.
+    void setJustEvent() { OrvaEvent::set(); }
+
+private:
+    bool* m_pTimedOut;
+};
+
+/// Receives the ThreadDone of every awaited thread.
+class ThreadWaitDependent : public OrvaDependent
+{
+public:
+    ThreadWaitDependent(ThreadWaitTimer& timer, OrvaCriticalSectionObject* lock, int* remaining)
+        : m_rEvent(timer), m_pLock(lock), m_pLastThread(nullptr), m_pRemaining(remaining)
+    {
+    }
+
+    void handleNotification(OrvaCollaborator& collaborator, const OrvaNotification&) override
+    {
+        OrvaCriticalSection guard(*m_pLock, true);
+        m_pLastThread = &dynamic_cast<OrvaThread&>(collaborator);
+        const int remaining = __atomic_load_n(m_pRemaining, __ATOMIC_SEQ_CST);
+        if (remaining > 0)
+            __atomic_store_n(m_pRemaining, remaining - 1, __ATOMIC_SEQ_CST);
+        m_rEvent.setJustEvent();
+    }
+
+    OrvaThread* lastThread() const { return m_pLastThread; }
+
+private:
+    ThreadWaitTimer& m_rEvent;
+    OrvaCriticalSectionObject* m_pLock;
+    OrvaThread* m_pLastThread;
+    int* m_pRemaining;
+};
+
+int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int milliseconds)
+{
+    int result = -4;
+    bool timedOut = false;
+    int remaining = waitAll ? static_cast<int>(threads.size()) : 1;
+    OrvaCriticalSectionObject lock;
+    ThreadWaitTimer timer(&timedOut);
+    ThreadWaitDependent dependent(timer, &lock, &remaining);
+
+    for (OrvaThread* thread : threads)
+        thread->addDependent(dependent);
+    if (milliseconds != -1)
+        timer.start(milliseconds, false);
+
+    // The event keeps no memory: a report that comes between two passes of
+    // the loop does not wake it, but the count has moved, and the next report
+    // or the timer releases the loop.
+    while (__atomic_load_n(&remaining, __ATOMIC_SEQ_CST) > 0)
+    {
+        timer.wait(-1);
+        if (__atomic_load_n(&timedOut, __ATOMIC_SEQ_CST))
+        {
+            result = -2;
+            break;
+        }
+        OrvaCriticalSection guard(lock, true);
+        for (std::size_t i = 0; i < threads.size(); ++i)
+        {
+            if (threads[i] == dependent.lastThread())
+            {
+                result = static_cast<int>(i);
+                break;
+            }
+        }
+    }
+
+    for (OrvaThread* thread : threads)
+        thread->removeDependent(dependent);
+    timer.stop();
+    // A report that is inside the dependent holds the lock until it is done.
+    lock.lock();
+    lock.unlock();
+
+    if (result != -2 && waitAll)
+        result = 0;
+    return result;
+}
+
+int OrvaThread::wait(int count, OrvaThread* threads, bool waitAll, int milliseconds)
+{
+    std::vector<OrvaThread*> list;
+    for (int i = 0; i < count; ++i)
+        list.push_back(&threads[i]);
+    return wait(list, waitAll, milliseconds);
+}
+
+} // namespace OrvaSupport
