@@ -15,5 +15,7 @@
 #include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaThread.h>
 #include <ovkit/OrvaTimer.h>
+#include <ovkit/OrvaLogging.h>
+#include <ovkit/OrvaLoggingTimer.h>
 
 #endif // OVKIT_OVKIT_H
