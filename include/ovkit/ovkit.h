@@ -17,5 +17,6 @@
 #include <ovkit/OrvaTimer.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
+#include <ovkit/OrvaProperties.h>
 
 #endif // OVKIT_OVKIT_H

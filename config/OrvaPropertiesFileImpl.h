@@ -1,0 +1,217 @@
+// Member definitions of the property table that read and write files.
+// Included only by the source that instantiates the table for its four
+// string types.
+#ifndef OVKIT_CONFIG_ORVAPROPERTIESFILEIMPL_H
+#define OVKIT_CONFIG_ORVAPROPERTIESFILEIMPL_H
+
+#include <ovkit/OrvaProperties.h>
+
+#include "log/LogMessage.h"
+
+#include <fstream>
+#include <istream>
+#include <ostream>
+#include <string>
+#include <type_traits>
+
+namespace OrvaSupport
+{
+
+namespace PropertyFile
+{
+
+/// The file streams of a table's character type: byte streams for the narrow
+/// tables, wide streams under their default conversion for the wide ones.
+template <class Char>
+struct Streams;
+
+template <>
+struct Streams<char>
+{
+    typedef std::ifstream In;
+    typedef std::ofstream Out;
+};
+
+template <>
+struct Streams<wchar_t>
+{
+    typedef std::wifstream In;
+    typedef std::wofstream Out;
+};
+
+/// A 16-bit line collects this many units before its buffer first grows.
+const std::size_t s_nUnicodeLineStart = 8192;
+/// The 16-bit reader takes the file in blocks of this many bytes.
+const std::size_t s_nUnicodeBlockSize = 65536;
+
+/// Consumes the byte order mark 0xFF 0xFE and returns true if the stream
+/// starts with it; otherwise puts the stream back to its start.
+inline bool skipByteOrderMark(std::istream& bytes)
+{
+    if (bytes.get() == 0xFF && bytes.get() == 0xFE)
+        return true;
+    bytes.clear();
+    bytes.seekg(0, std::ios::beg);
+    return false;
+}
+
+/// The character that a table keeps of one 16-bit unit: wide tables the
+/// whole unit, narrow tables its low byte.
+template <class Char>
+inline Char fromUnit(unsigned int unit)
+{
+    if constexpr (sizeof(Char) == 1)
+        return static_cast<Char>(unit & 0xFF);
+    else
+        return static_cast<Char>(unit);
+}
+
+} // namespace PropertyFile
+
+template <class StringType>
+bool OrvaProperties<StringType>::loadProperties(const std::string& path, Char separator)
+{
+    if (!loadPropertiesImpl(path, separator))
+        throw OrvaException("OrvaProperties<StringType>::loadProperties: couldn't open file " + path, 0);
+    return true;
+}
+
+template <class StringType>
+bool OrvaProperties<StringType>::loadPropertiesImpl(const std::string& path, Char separator)
+{
+    OVKIT_LOG(5, "OrvaProperties<StringType>::loadProperties: from file " << path);
+
+    // The byte order mark is looked for in the bytes themselves, whatever the
+    // table's character type: a wide stream would first pass them through
+    // its conversion.
+    std::ifstream bytes(path.c_str(), std::ios::in | std::ios::binary);
+    if (!bytes.is_open())
+    {
+        OVKIT_LOG(5, "OrvaProperties<StringType>::loadProperties: couldn't open file " << path);
+        return false;
+    }
+
+    if (PropertyFile::skipByteOrderMark(bytes))
+        readUnicodeLines(bytes, separator);
+    else
+        readPlainLines(bytes, path, separator);
+
+    debugPrintProperties();
+    return true;
+}
+
+template <class StringType>
+void OrvaProperties<StringType>::readPlainLines(std::istream& bytes, const std::string& path, Char separator)
+{
+    typedef std::basic_string<Char> Line;
+    Line line;
+    if constexpr (std::is_same<Char, char>::value)
+    {
+        while (std::getline(bytes, line))
+            addProperty(StringType(line.data(), line.size()), separator);
+    }
+    else
+    {
+        // A wide stream reads the file again from its start, under the
+        // conversion of the global locale. A conversion failure ends the
+        // stream, and with it the load, like the end of the file.
+        static_cast<void>(bytes);
+        typename PropertyFile::Streams<Char>::In text(path.c_str(), std::ios::in | std::ios::binary);
+        while (std::getline(text, line))
+            addProperty(StringType(line.data(), line.size()), separator);
+    }
+}
+
+template <class StringType>
+void OrvaProperties<StringType>::readUnicodeLines(std::istream& bytes, Char separator)
+{
+    StringType line;
+    line.reserve(PropertyFile::s_nUnicodeLineStart);
+    std::string block(PropertyFile::s_nUnicodeBlockSize, '\0');
+    int lowByte = -1; // first byte of a unit whose second byte is still to come
+    bool afterCarriageReturn = false;
+
+    while (bytes.read(&block[0], block.size()) || bytes.gcount() > 0)
+    {
+        const std::streamsize count = bytes.gcount();
+        for (std::streamsize i = 0; i < count; ++i)
+        {
+            const unsigned int byte = static_cast<unsigned char>(block[i]);
+            if (lowByte < 0)
+            {
+                lowByte = static_cast<int>(byte);
+                continue;
+            }
+            const unsigned int unit = static_cast<unsigned int>(lowByte) | (byte << 8);
+            lowByte = -1;
+
+            if (unit == 0x000A)
+            {
+                if (afterCarriageReturn)
+                    line.erase(line.size() - 1);
+                addProperty(line, separator);
+                line.clear();
+                afterCarriageReturn = false;
+            }
+            else
+            {
+                line.push_back(PropertyFile::fromUnit<Char>(unit));
+                afterCarriageReturn = unit == 0x000D;
+            }
+        }
+    }
+    // The end of the file ends the last line; a lone last byte is dropped.
+    if (!line.empty())
+        addProperty(line, separator);
+}
+
+template <class StringType>
+void OrvaProperties<StringType>::debugPrintProperties() const
+{
+    if (!OrvaLogging::isAccessAllowed() || OrvaLogging::getInstance()->getGlobalLogLevel() != 9)
+        return;
+    for (typename PropertyMap::const_iterator entry = m_mapProperties.begin(); entry != m_mapProperties.end();
+         ++entry)
+    {
+        if (entry->second.empty())
+            continue;
+        const StringType& value = entry->second.front();
+        OVKIT_LOG(9, "DebugPrintProperty: " << entry->first << "=" << value << " ("
+                                            << static_cast<unsigned long>(value.length()) << ")");
+    }
+}
+
+template <class StringType>
+bool OrvaProperties<StringType>::saveProperties(const std::string& path)
+{
+    if (!savePropertiesImpl(path))
+        throw OrvaException("OrvaProperties<StringType>::saveProperties: couldn't open file " + path, 0);
+    return true;
+}
+
+template <class StringType>
+bool OrvaProperties<StringType>::savePropertiesImpl(const std::string& path)
+{
+    OVKIT_LOG(5, "OrvaProperties<StringType>::saveProperties: to file " << path);
+
+    typename PropertyFile::Streams<Char>::Out out(path.c_str(), std::ios::out | std::ios::trunc);
+    if (!out.is_open())
+    {
+        OVKIT_LOG(5, "OrvaProperties<StringType>::saveProperties: couldn't open file " << path);
+        return false;
+    }
+
+    // Written as C strings, so a zero character ends a name or a value.
+    for (typename PropertyMap::const_iterator entry = m_mapProperties.begin(); entry != m_mapProperties.end();
+         ++entry)
+    {
+        if (entry->second.empty())
+            continue;
+        out << entry->first.c_str() << Char('=') << entry->second.front().c_str() << std::endl;
+    }
+    return true;
+}
+
+} // namespace OrvaSupport
+
+#endif // OVKIT_CONFIG_ORVAPROPERTIESFILEIMPL_H

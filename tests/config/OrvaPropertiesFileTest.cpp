@@ -1,0 +1,211 @@
+// Property files: the two encodings, merging, saving, failures, large files
+// and the log message of a load.
+#include <ovkit/OrvaProperties.h>
+
+#include <ovkit/OrvaLogging.h>
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+using namespace OrvaSupport;
+
+namespace
+{
+
+/// A fresh directory under the test's temporary directory, removed at the end.
+class ScratchDir
+{
+public:
+    ScratchDir() : m_sPath(::testing::TempDir() + "ovkit-props-XXXXXX")
+    {
+        if (!mkdtemp(&m_sPath[0]))
+            ADD_FAILURE() << "mkdtemp " << m_sPath;
+    }
+    ~ScratchDir() { std::filesystem::remove_all(m_sPath); }
+    std::string file(const std::string& name) const { return m_sPath + "/" + name; }
+
+private:
+    std::string m_sPath;
+};
+
+void writeBytes(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string readBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+/// The byte order mark and the units of `text`, 16-bit little-endian.
+std::string utf16(const std::u16string& text)
+{
+    std::string bytes = "\xFF\xFE";
+    for (char16_t unit : text)
+    {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8);
+    }
+    return bytes;
+}
+
+typedef std::vector<std::string> Values;
+
+} // namespace
+
+TEST(OrvaPropertiesFileTest, LineEndsOfBothEncodings)
+{
+    ScratchDir dir;
+    writeBytes(dir.file("lf"), "a=1\nb = 2\nflag\n");
+    writeBytes(dir.file("crlf"), "a=1\r\nb = 2\r\nflag\r\n\r\n");
+    writeBytes(dir.file("u16crlf"), utf16(u"a=1\r\nb = 2\r\nflag\r\n\r\n"));
+
+    OrvaProperties<std::string> lf, crlf, u16crlf;
+    ASSERT_TRUE(lf.loadProperties(dir.file("lf"), '='));
+    ASSERT_TRUE(crlf.loadProperties(dir.file("crlf"), '='));
+    ASSERT_TRUE(u16crlf.loadProperties(dir.file("u16crlf"), '='));
+    EXPECT_EQ(lf.getProperties(), u16crlf.getProperties());
+    // Plain CR LF: a line without separator keeps its carriage return, and
+    // an empty line becomes a name of one carriage return.
+    EXPECT_EQ("2", crlf.getProperty("b "));
+    EXPECT_EQ("", crlf.getProperty("flag\r"));
+    EXPECT_EQ("", crlf.getProperty("\r"));
+    EXPECT_EQ(4, crlf.size());
+
+    OrvaProperties<std::wstring> wide, widePlain;
+    ASSERT_TRUE(wide.loadProperties(dir.file("u16crlf"), L'='));
+    ASSERT_TRUE(widePlain.loadProperties(dir.file("crlf"), L'='));
+    EXPECT_EQ(L"", wide.getProperty(L"flag"));
+    EXPECT_EQ(L"2", widePlain.getProperty(L"b "));
+    EXPECT_EQ(L"", widePlain.getProperty(L"flag\r"));
+}
+
+TEST(OrvaPropertiesFileTest, ByteOrderMarkCases)
+{
+    ScratchDir dir;
+    // Euro sign U+20AC and a lone CR inside the value; the odd last byte is dropped.
+    writeBytes(dir.file("units"), utf16(u"k=\u20AC\rx\n\u00E9=e") + "z");
+    OrvaProperties<std::wstring> wide;
+    ASSERT_TRUE(wide.loadProperties(dir.file("units"), L'='));
+    EXPECT_EQ(std::wstring(L"\u20AC"), wide.getProperty(L"k")); // the value ends at the CR
+    EXPECT_EQ(L"e", wide.getProperty(L"\u00E9"));
+    OrvaProperties<ci_string> narrow;
+    ASSERT_TRUE(narrow.loadProperties(dir.file("units"), '='));
+    EXPECT_STREQ("\xAC", narrow.getProperty("k").c_str()); // the low byte only
+    EXPECT_STREQ("e", narrow.getProperty("\xE9").c_str());
+
+    // Only FF FE is a mark; other leading bytes become part of the first name.
+    const char* const cases[][2] = {
+        {"", nullptr},        {"\377\376", nullptr},        {"\377", "\377"},
+        {"\377a=1", "\377a"}, {"\376\377a=1", "\376\377a"}, {"\357\273\277a=1", "\357\273\277a"},
+    };
+    for (const auto& c : cases)
+    {
+        writeBytes(dir.file("mark"), c[0]);
+        OrvaProperties<std::string> props;
+        ASSERT_TRUE(props.loadProperties(dir.file("mark"), '=')) << c[0];
+        ASSERT_EQ(c[1] ? 1 : 0, props.size()) << c[0];
+        EXPECT_TRUE(!c[1] || props.getProperties().begin()->first == c[1]) << c[0];
+    }
+}
+
+TEST(OrvaPropertiesFileTest, MergeAndSave)
+{
+    ScratchDir dir;
+    writeBytes(dir.file("dup"), "# settings\na=1\na=2\nb=file\n");
+
+    OrvaProperties<std::string> multi;
+    multi.addProperty("b", "mine");
+    multi.addProperty("c", "kept");
+    ASSERT_TRUE(multi.loadProperties(dir.file("dup"), '='));
+    EXPECT_EQ((Values{"1", "2"}), multi.getPropertyValues("a"));
+    EXPECT_EQ((Values{"mine", "file"}), multi.getPropertyValues("b"));
+    EXPECT_EQ("kept", multi.getProperty("c"));
+
+    OrvaProperties<std::string> single(false);
+    single.addProperty("b", "mine");
+    ASSERT_TRUE(single.loadProperties(dir.file("dup"), '='));
+    EXPECT_EQ("2", single.getProperty("a"));
+    EXPECT_EQ("file", single.getProperty("b"));
+
+    // Saved: first values only, in the table's order, comments gone, "=" always.
+    ASSERT_TRUE(multi.saveProperties(dir.file("saved")));
+    EXPECT_EQ("a=1\nb=mine\nc=kept\n", readBytes(dir.file("saved")));
+    writeBytes(dir.file("colon"), "zeta: last\nx=y:1\n");
+    OrvaProperties<ci_wstring> wide;
+    ASSERT_TRUE(wide.loadProperties(dir.file("colon"), L':'));
+    ASSERT_TRUE(wide.saveProperties(dir.file("wide")));
+    EXPECT_EQ("x=y=1\nzeta=last\n", readBytes(dir.file("wide")));
+}
+
+TEST(OrvaPropertiesFileTest, MissingFileKeepsTheTable)
+{
+    ScratchDir dir;
+    OrvaProperties<std::wstring> props;
+    props.addProperty(L"a", L"1");
+    const std::string missing = dir.file("missing");
+    try
+    {
+        props.loadProperties(missing, L'=');
+        ADD_FAILURE() << "no exception";
+    }
+    catch (OrvaException& e)
+    {
+        EXPECT_EQ("OrvaProperties<StringType>::loadProperties: couldn't open file " + missing, e.getText());
+        EXPECT_EQ(0, e.getCode());
+    }
+    EXPECT_EQ(1, props.size());
+    EXPECT_FALSE(props.savePropertiesImpl(dir.file("none/out")));
+    EXPECT_THROW(props.saveProperties(dir.file("none/out")), OrvaException);
+}
+
+TEST(OrvaPropertiesFileTest, LargeFilesAndLongLines)
+{
+    ScratchDir dir;
+    const int lineCount = 40000;
+    const std::string longValue(100000, 'v');
+    std::string plain;
+    for (int i = 0; i < lineCount; ++i)
+        plain += "key" + std::to_string(i) + "=value" + std::to_string(i) + "\r\n";
+    plain += "long=" + longValue; // the last line has no line end
+    writeBytes(dir.file("plain"), plain);
+    writeBytes(dir.file("wide"), utf16(std::u16string(plain.begin(), plain.end())));
+
+    OrvaProperties<std::string> fromPlain;
+    ASSERT_TRUE(fromPlain.loadProperties(dir.file("plain"), '='));
+    EXPECT_EQ(lineCount + 1, fromPlain.size());
+    EXPECT_EQ("value39999", fromPlain.getProperty("key39999"));
+    EXPECT_EQ(longValue, fromPlain.getProperty("long"));
+
+    OrvaProperties<std::wstring> fromWide;
+    ASSERT_TRUE(fromWide.loadProperties(dir.file("wide"), L'='));
+    EXPECT_EQ(lineCount + 1, fromWide.size());
+    EXPECT_EQ(L"value12345", fromWide.getProperty(L"key12345"));
+    EXPECT_EQ(std::wstring(longValue.begin(), longValue.end()), fromWide.getProperty(L"long"));
+}
+
+TEST(OrvaPropertiesFileTest, LoadIsLoggedAtLevelFive)
+{
+    ScratchDir dir;
+    writeBytes(dir.file("p"), "a=1\n");
+    OrvaLogging log("unused", 2, 5);
+    OrvaLogging::setInstance(log);
+
+    OrvaProperties<std::string> props;
+    ::testing::internal::CaptureStdout();
+    props.loadPropertiesImpl(dir.file("p"), '=');
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    EXPECT_NE(std::string::npos,
+              out.find(" 5 Global     [" + std::to_string(static_cast<int>(pthread_self())) +
+                       "] OrvaProperties<StringType>::loadProperties: from file " + dir.file("p") + "\n"))
+        << out;
+}
