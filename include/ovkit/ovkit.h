@@ -18,5 +18,7 @@
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
 #include <ovkit/OrvaProperties.h>
+#include <ovkit/OrvaTokenizer.h>
+#include <ovkit/OrvaProgramOptions.h>
 
 #endif // OVKIT_OVKIT_H
