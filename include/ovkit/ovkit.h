@@ -20,5 +20,6 @@
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaTokenizer.h>
 #include <ovkit/OrvaProgramOptions.h>
+#include <ovkit/OrvaService.h>
 
 #endif // OVKIT_OVKIT_H
