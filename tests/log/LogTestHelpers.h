@@ -1,10 +1,11 @@
-// Shared pieces of the log tests: a scratch directory, file reading, and the
-// number that the next opening of a log file will draw.
+// Shared pieces of the log tests: a scratch directory, reading lines back, and
+// a log on a file whose numbered name is predicted by seeding rand().
 #ifndef OVKIT_TESTS_LOG_LOGTESTHELPERS_H
 #define OVKIT_TESTS_LOG_LOGTESTHELPERS_H
 
+#include <ovkit/OrvaLogging.h>
+
 #include <ftw.h>
-#include <pthread.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,31 +17,25 @@ namespace LogTest
 {
 
 /// A fresh directory under /tmp, removed with its contents at the end of the scope.
-class ScratchDir
+struct ScratchDir
 {
-public:
     ScratchDir()
     {
-        char pattern[] = "/tmp/ovkitlogXXXXXX";
-        if (mkdtemp(pattern) == nullptr)
+        if (mkdtemp(&path[0]) == nullptr)
             abort();
-        m_sPath = pattern;
     }
     ~ScratchDir()
     {
-        nftw(
-            m_sPath.c_str(),
-            [](const char* path, const struct stat*, int, struct FTW*) { return remove(path), 0; }, 16,
-            FTW_DEPTH | FTW_PHYS);
+        auto removeOne = [](const char* name, const struct stat*, int, struct FTW*)
+        { return remove(name), 0; };
+        nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
     }
-    const std::string& path() const { return m_sPath; }
-    std::string file(const std::string& name) const { return m_sPath + "/" + name; }
+    std::string file(const std::string& name) const { return path + "/" + name; }
 
-private:
-    std::string m_sPath;
+    std::string path = "/tmp/ovkitlogXXXXXX";
 };
 
-/// Seeds rand() with `seed` and returns the number that it will give next.
+/// Seeds rand() with `seed` and returns the number that the next opened log file will draw.
 inline int seedAndPeek(unsigned int seed)
 {
     srand(seed);
@@ -49,27 +44,32 @@ inline int seedAndPeek(unsigned int seed)
     return next;
 }
 
-inline std::vector<std::string> readLines(const std::string& path)
+/// The lines of a file, each cut to the text behind its record prefix ("] ")
+/// when `textOnly` is set.
+inline std::vector<std::string> readLines(const std::string& path, bool textOnly = false)
 {
     std::vector<std::string> lines;
     std::ifstream in(path);
     for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
+        lines.push_back(textOnly && line.find("] ") != std::string::npos ? line.substr(line.find("] ") + 2)
+                                                                         : line);
     return lines;
 }
 
-/// The thread id as the log prints it.
-inline int printedThreadId()
+/// A log at `level` writing to a file of its own scratch directory only.
+struct FileLog
 {
-    return static_cast<int>(static_cast<unsigned int>(pthread_self()));
-}
+    explicit FileLog(int level)
+        : fileName(dir.file("test" + std::to_string(seedAndPeek(11)) + ".log")),
+          log(dir.file("test.log"), 1, level)
+    {
+    }
+    std::vector<std::string> lines(bool textOnly = false) const { return readLines(fileName, textOnly); }
 
-/// The text behind a record's prefix, or the whole line when it has none.
-inline std::string textOf(const std::string& line)
-{
-    std::string::size_type close = line.find("] ");
-    return close == std::string::npos ? line : line.substr(close + 2);
-}
+    ScratchDir dir;
+    std::string fileName;
+    OrvaSupport::OrvaLogging log;
+};
 
 } // namespace LogTest
 
