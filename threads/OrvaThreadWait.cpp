@@ -5,6 +5,7 @@
 
 #include <ovkit/OrvaTimer.h>
 
+#include "log/LogMessage.h"
 #include "sync/OrvaEventBlock.h"
 
 #include <cstddef>
@@ -28,10 +29,15 @@ public:
     {
         __atomic_store_n(m_pTimedOut, true, __ATOMIC_SEQ_CST);
         OrvaEvent::set();
+        OVKIT_LOG(9, "ThreadWaitTimer::set: timer expired");
     }
 
     /// Wakes the waiter without marking a timeout.
-    void setJustEvent() { OrvaEvent::set(); }
+    void setJustEvent()
+    {
+        OrvaEvent::set();
+        OVKIT_LOG(9, "ThreadWaitTimer::setJustEvent: delay has not expired, just setting event");
+    }
 
 private:
     bool* m_pTimedOut;
@@ -50,10 +56,13 @@ public:
     {
         OrvaCriticalSection guard(*m_pLock, true);
         m_pLastThread = &dynamic_cast<OrvaThread&>(collaborator);
+        OVKIT_LOG(9, "ThreadWaitDependent::handleNotification: thread " << m_pLastThread->getName()
+                                                                        << " departed");
         const int remaining = __atomic_load_n(m_pRemaining, __ATOMIC_SEQ_CST);
         if (remaining > 0)
             __atomic_store_n(m_pRemaining, remaining - 1, __ATOMIC_SEQ_CST);
         m_rEvent.setJustEvent();
+        OVKIT_LOG(9, "ThreadWaitDependent::handleNotification: returning");
     }
 
     OrvaThread* lastThread() const { return m_pLastThread; }

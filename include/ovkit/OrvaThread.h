@@ -154,7 +154,7 @@ public:
     /// 0) or the first of them (result: its index in `threads`); -2 when
     /// `milliseconds` (-1: no limit) ran out first. A thread that has already
     /// ended does not report again, so waiting on it without limit never
-    /// returns.
+    /// returns. Each departure and a timeout are traced at log level 9.
     static int wait(std::vector<OrvaThread*>& threads, bool waitAll, int milliseconds);
     /// The same on `count` consecutive thread objects.
     static int wait(int count, OrvaThread* threads, bool waitAll, int milliseconds);
@@ -190,8 +190,10 @@ public:
     static unsigned long getCurrentThreadId();
 
     /// The body run by the thread: the runnable's run, or this object's; an
-    /// exception from the work is dropped and counts as 0. Then the
-    /// dependents receive a ThreadDone with the result, on this thread.
+    /// exception from the work is dropped and counts as 0. The unwinding of a
+    /// cancellation (abi::__forced_unwind) is not an exception of the work: it
+    /// passes on, and no ThreadDone is sent. Otherwise the dependents receive
+    /// a ThreadDone with the result, on this thread.
     int _run();
 
     OrvaThread(const OrvaThread&) = delete;

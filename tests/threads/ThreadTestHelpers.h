@@ -1,30 +1,31 @@
-// Helpers for the tests of threads, events and timers: polling with a
-// deadline, whether a thread sleeps in the kernel, and waiting until the
-// library's short-lived threads have gone. The pollers use plain system
-// calls and no heap, because a timer signal may land on the polling thread
-// and its handler allocates.
+// Helpers for the tests of threads, events and timers. The pollers use plain
+// system calls and no heap, because a timer signal may land on the polling
+// thread and its handler allocates.
 #ifndef OVKIT_TESTS_THREADTESTHELPERS_H
 #define OVKIT_TESTS_THREADTESTHELPERS_H
 
 #include <ovkit/OrvaThread.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <thread>
 #include <unistd.h>
 
 namespace ovkit_test
 {
 
-/// Polls `condition` every millisecond until it holds or `limit` has passed.
+/// Polls `condition` every millisecond until it holds or 20 seconds have passed.
 template <class Condition>
-bool waitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20))
+bool waitUntil(Condition condition)
 {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!condition())
     {
         if (std::chrono::steady_clock::now() > deadline)
@@ -34,50 +35,57 @@ bool waitUntil(Condition condition, std::chrono::milliseconds limit = std::chron
     return true;
 }
 
-inline pid_t currentTid()
+/// A thread that runs `body` once; its destructor joins it.
+class BodyThread
 {
-    return static_cast<pid_t>(syscall(SYS_gettid));
-}
+public:
+    template <class Body>
+    explicit BodyThread(Body body)
+        : m_oThread(
+              [this, body]
+              {
+                  m_nTid = static_cast<pid_t>(syscall(SYS_gettid));
+                  body();
+              })
+    {
+    }
+    ~BodyThread() { m_oThread.join(); }
 
-/// Field `index` (3 is the state) of /proc/self/task/<tid>/stat, or of
-/// /proc/self/stat for `tid` 0; null if it cannot be read.
-inline const char* statField(pid_t tid, int index, char* buffer, size_t size)
-{
-    char path[64];
-    snprintf(path, sizeof path, tid ? "/proc/self/task/%d/stat" : "/proc/self/stat", static_cast<int>(tid));
-    int fd = open(path, O_RDONLY);
-    if (fd < 0)
-        return nullptr;
-    ssize_t length = read(fd, buffer, size - 1);
-    close(fd);
-    if (length <= 0)
-        return nullptr;
-    buffer[length] = '\0';
-    const char* field = strrchr(buffer, ')');
-    for (int i = 2; field && i < index; ++i)
-        field = strchr(field + 1, ' ');
-    return field ? field + 1 : nullptr;
-}
+    /// Waits until the thread sleeps in the kernel (state S in its stat
+    /// line), as one blocked on a condition variable or a mutex does.
+    bool sleeping()
+    {
+        return waitUntil(
+            [this]
+            {
+                char path[64], line[512];
+                snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(m_nTid));
+                const int fd = m_nTid ? open(path, O_RDONLY) : -1;
+                const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
+                if (fd >= 0)
+                    close(fd);
+                line[length > 0 ? length : 0] = '\0';
+                const char* name = strrchr(line, ')'); // the state follows the name
+                return name && name[1] == ' ' && name[2] == 'S';
+            });
+    }
 
-/// Waits until the thread sleeps in the kernel (state S), as one blocked on a
-/// condition variable or a mutex does.
-inline bool waitUntilSleeping(pid_t tid)
-{
-    return waitUntil(
-        [tid]
-        {
-            char buffer[1024];
-            const char* state = statField(tid, 3, buffer, sizeof buffer);
-            return state && *state == 'S';
-        });
-}
+private:
+    std::atomic<pid_t> m_nTid{0};
+    std::thread m_oThread;
+};
 
-inline int threadCount()
+/// A dependent that hands each notification to a function.
+struct CallDependent : OrvaSupport::OrvaDependent
 {
-    char buffer[1024];
-    const char* field = statField(0, 20, buffer, sizeof buffer);
-    return field ? atoi(field) : -1;
-}
+    using Call = std::function<void(const OrvaSupport::OrvaNotification&)>;
+    explicit CallDependent(Call call) : m_fnCall(call) {}
+    void handleNotification(OrvaSupport::OrvaCollaborator&, const OrvaSupport::OrvaNotification& n) override
+    {
+        m_fnCall(n);
+    }
+    Call m_fnCall;
+};
 
 inline bool exitListEmpty()
 {
@@ -85,14 +93,19 @@ inline bool exitListEmpty()
     return OrvaSupport::g_vExitThreads.empty();
 }
 
-/// Disarms the system timer and waits until the process is back to `threads`
-/// threads and every self-deleted thread has been joined, so that no thread
-/// of the library is still at work when the test process ends.
-inline bool settleLibraryThreads(int threads = 1)
+/// Disarms the system timer and waits until the process is down to its main
+/// thread and every self-deleted thread has been joined, so that no thread of
+/// the library is at work when the process ends.
+inline bool settleLibraryThreads()
 {
     itimerval off = {};
     setitimer(ITIMER_REAL, &off, nullptr);
-    return waitUntil([threads] { return threadCount() <= threads && exitListEmpty(); });
+    return waitUntil(
+        []
+        {
+            struct stat tasks; // the directory has two links and one per thread
+            return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= 3 && exitListEmpty();
+        });
 }
 
 } // namespace ovkit_test
