@@ -70,7 +70,7 @@ std::string OrvaStringUtilities::narrow(const std::wstring& text, std::locale lo
 }
 
 template <class S>
-S OrvaStringUtilities::trim(const S& text, const S& characters, tTrimOption option)
+S OrvaStringUtilities::trim(const S& text, const typename SameType<S>::type& characters, tTrimOption option)
 {
     if (text.empty())
         return text;

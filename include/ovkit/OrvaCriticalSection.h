@@ -94,7 +94,10 @@ public:
     /// for g_pCriticalSection itself). Every operation starts with it.
     void init();
     /// Takes one level. The re-entrant path costs one thread-id call and a
-    /// comparison: no system call, no atomic operation.
+    /// comparison: no system call, no atomic operation. Between taking the
+    /// mutex and entering it in the thread's held list (and back, on release)
+    /// cancellation is disabled, so a cancelled thread never keeps a mutex
+    /// that OrvaCriticalSectionRecoverFn cannot find.
     void lock();
     /// Gives back one level; the last level frees the lock. Does nothing when
     /// the caller is not the owner.
@@ -165,6 +168,9 @@ private:
 OVKIT_API void OrvaCriticalSectionRecoverFn(void* unused);
 
 } // namespace OrvaSupport
+
+// The clean-up routine is also reachable from the global namespace.
+using OrvaSupport::OrvaCriticalSectionRecoverFn;
 
 /// The one global instance; its constructor creates the thread key.
 OVKIT_API extern LockThreadStorage g_lockThreadStorage;

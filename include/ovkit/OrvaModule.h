@@ -55,13 +55,14 @@ public:
     /// The most recently constructed record.
     static ModuleData* head() { return m_pHead; }
 
+    /// Head of the list: the most recently constructed record.
+    static ModuleData* m_pHead;
+
 protected:
     bool m_bAutoAttach;
     ModuleData* m_pPrev; // inserted after this one (nearer the head); null at the head
     ModuleData* m_pNext; // inserted before this one
     int m_nUseCount;
-
-    static ModuleData* m_pHead;
 };
 
 /// Enters the module list at construction and exits it at destruction.
@@ -100,5 +101,11 @@ public:
 
 /// The library's one module record.
 OVKIT_API extern Module g_ModuleData;
+
+namespace OrvaSupport
+{
+/// The record is also reachable from the library's namespace.
+using ::g_ModuleData;
+} // namespace OrvaSupport
 
 #endif // OVKIT_ORVAMODULE_H

@@ -132,6 +132,9 @@ public:
     operator T*() const { return m_pObject; }
 
     bool operator==(const OrvaSmartPointer& other) const { return m_pObject == other.m_pObject; }
+    /// True when the stored pointer is `object`; lets `p == nullptr` and
+    /// `p == raw` compile without an ambiguous conversion.
+    bool operator==(T* object) const { return m_pObject == object; }
     /// Always false: a smart pointer gives no ordering, so it must not be the
     /// key of a sorted container.
     bool operator<(const OrvaSmartPointer&) const { return false; }

@@ -21,6 +21,13 @@ namespace OrvaSupport
 /// A scope of static text operations.
 class OVKIT_API OrvaStringUtilities
 {
+    // Keeps a parameter out of template argument deduction.
+    template <class T>
+    struct SameType
+    {
+        typedef T type;
+    };
+
 public:
     /// Which side trim() takes characters from.
     enum tTrimOption : int
@@ -49,9 +56,10 @@ public:
     /// Takes the characters of the set `characters` away from one or both
     /// ends of the text. A text made only of such characters gives an empty
     /// result; an option outside the enumeration gives the text unchanged.
-    /// Defined for std::string and std::wstring.
+    /// Defined for std::string and std::wstring. The string type is taken
+    /// from `text` alone, so the set may be given as a literal.
     template <class S>
-    static S trim(const S& text, const S& characters, tTrimOption option);
+    static S trim(const S& text, const typename SameType<S>::type& characters, tTrimOption option);
 };
 
 extern template OVKIT_API std::string OrvaStringUtilities::trim<std::string>(const std::string&,

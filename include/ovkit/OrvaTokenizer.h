@@ -21,15 +21,13 @@
 #define OVKIT_ORVATOKENIZER_H
 
 #include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaProperties.h>
 
 #include <string>
 #include <vector>
 
 namespace OrvaSupport
 {
-
-template <class StringType>
-class OrvaProperties;
 
 /// Cuts a block of C strings: `list` holds zero-terminated strings one behind
 /// the other, and an empty string ends the block ("a\0bc\0\0" gives "a",

@@ -105,3 +105,9 @@ TEST(OrvaModule, ObjectBaseInitAndFinitPair)
     OrvaSmartPointer<OrvaObjectBase> p(new OrvaObjectBase);
     EXPECT_EQ(1, p->refCount());
 }
+
+TEST(OrvaModule, HeadAndRecordAreReachableByTheirNames)
+{
+    EXPECT_EQ(ModuleData::head(), ModuleData::m_pHead);
+    EXPECT_EQ(&::g_ModuleData, &OrvaSupport::g_ModuleData);
+}

@@ -159,11 +159,13 @@ TEST(OrvaObjectBase, LastReleaseRunsTheDestructorOutsideTheGlobalSection)
         ~Probe() override
         {
             // Another thread must be able to take the global section now.
-            std::thread other([this] {
-                m_bOtherGotSection = g_pCriticalSection->testAndSet();
-                if (m_bOtherGotSection)
-                    g_pCriticalSection->unlock();
-            });
+            std::thread other(
+                [this]
+                {
+                    m_bOtherGotSection = g_pCriticalSection->testAndSet();
+                    if (m_bOtherGotSection)
+                        g_pCriticalSection->unlock();
+                });
             other.join();
             *m_pResult = m_bOtherGotSection;
         }
@@ -176,4 +178,15 @@ TEST(OrvaObjectBase, LastReleaseRunsTheDestructorOutsideTheGlobalSection)
     OrvaSmartPointer<Probe> p(probe);
     p = nullptr;
     EXPECT_TRUE(otherGotSection);
+}
+
+TEST(OrvaSmartPointer, ComparesWithRawPointersAndNull)
+{
+    OrvaSmartPointer<OrvaObjectBase> empty;
+    OrvaObjectBase* object = new OrvaObjectBase;
+    OrvaSmartPointer<OrvaObjectBase> p(object);
+    EXPECT_TRUE(empty == nullptr);
+    EXPECT_TRUE(p == object);
+    EXPECT_FALSE(p == nullptr);
+    EXPECT_FALSE(empty == object);
 }
