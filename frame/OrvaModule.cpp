@@ -121,4 +121,4 @@ void Module::detach()
 // destruction after all of them. The stream-library object comes first, so
 // that the standard streams are ready for anything the start sequence does.
 static std::ios_base::Init s_streamInit __attribute__((init_priority(101)));
-Module g_ModuleData __attribute__((init_priority(101)))(true);
+Module g_ModuleData __attribute__((init_priority(101))) (true);

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <iostream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace OrvaSupport;

@@ -2,24 +2,24 @@
 #ifndef OVKIT_OVKIT_H
 #define OVKIT_OVKIT_H
 
-#include <ovkit/OrvaExport.h>
-#include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaCriticalSection.h>
-#include <ovkit/OrvaModule.h>
-#include <ovkit/OrvaStringTraits.h>
-#include <ovkit/OrvaStringUtilities.h>
-#include <ovkit/OrvaLocaleFactory.h>
-#include <ovkit/OrvaException.h>
 #include <ovkit/OrvaDateTime.h>
-#include <ovkit/OrvaNotification.h>
 #include <ovkit/OrvaEvent.h>
-#include <ovkit/OrvaThread.h>
-#include <ovkit/OrvaTimer.h>
+#include <ovkit/OrvaException.h>
+#include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaLocaleFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
-#include <ovkit/OrvaProperties.h>
-#include <ovkit/OrvaTokenizer.h>
+#include <ovkit/OrvaModule.h>
+#include <ovkit/OrvaNotification.h>
+#include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaProgramOptions.h>
+#include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaService.h>
+#include <ovkit/OrvaStringTraits.h>
+#include <ovkit/OrvaStringUtilities.h>
+#include <ovkit/OrvaThread.h>
+#include <ovkit/OrvaTimer.h>
+#include <ovkit/OrvaTokenizer.h>
 
 #endif // OVKIT_OVKIT_H

@@ -205,8 +205,8 @@ TEST_F(Tickd, DaemonRunsUnderStartStopDaemon)
     if (access("/sbin/start-stop-daemon", X_OK) != 0)
         GTEST_SKIP() << "start-stop-daemon is not installed";
     // The pid file keeps other tests' daemons of the same program out of the match.
-    std::vector<std::string> start{"/sbin/start-stop-daemon", "--start", "--exec", OVKIT_TICKD_PATH,
-                                   "--pidfile", pidFile(), "--"};
+    std::vector<std::string> start{
+        "/sbin/start-stop-daemon", "--start", "--exec", OVKIT_TICKD_PATH, "--pidfile", pidFile(), "--"};
     for (const std::string& arg : command({"-d", "-p", pidFile()}))
         if (arg != OVKIT_TICKD_PATH)
             start.push_back(arg);
@@ -216,8 +216,8 @@ TEST_F(Tickd, DaemonRunsUnderStartStopDaemon)
     pid_t pid = daemonPid();
     EXPECT_TRUE(eventually([&] { return countOf(fileText(logFileIn(m_sDir)), "] tick ") >= 1; }));
 
-    Outcome stopped = run(m_sDir, {"/sbin/start-stop-daemon", "--stop", "--exec", OVKIT_TICKD_PATH, "--pidfile",
-                                   pidFile(), "--retry", "10"});
+    Outcome stopped = run(m_sDir, {"/sbin/start-stop-daemon", "--stop", "--exec", OVKIT_TICKD_PATH,
+                                   "--pidfile", pidFile(), "--retry", "10"});
     EXPECT_EQ(0, stopped.status) << stopped.err;
     EXPECT_TRUE(eventually([&] { return processGone(pid); }));
 }

@@ -29,11 +29,13 @@ std::vector<int> heldDepths()
 bool tryFromOtherThread(OrvaCriticalSectionObject& lock)
 {
     bool taken = false;
-    std::thread other([&] {
-        taken = lock.testAndSet();
-        if (taken)
-            lock.unlock();
-    });
+    std::thread other(
+        [&]
+        {
+            taken = lock.testAndSet();
+            if (taken)
+                lock.unlock();
+        });
     other.join();
     return taken;
 }
@@ -70,11 +72,13 @@ TEST(OrvaCriticalSection, TestAndSetAndForeignUnlock)
     EXPECT_TRUE(lock.testAndSet());
     EXPECT_EQ(2, lock.lockCount());
 
-    std::thread other([&] {
-        EXPECT_FALSE(lock.testAndSet());
-        lock.unlock(); // not the owner: ignored
-        EXPECT_EQ(2, lock.lockCount());
-    });
+    std::thread other(
+        [&]
+        {
+            EXPECT_FALSE(lock.testAndSet());
+            lock.unlock(); // not the owner: ignored
+            EXPECT_EQ(2, lock.lockCount());
+        });
     other.join();
     EXPECT_EQ(2, lock.lockCount());
     lock.unwind();
@@ -174,7 +178,8 @@ TEST(OrvaCriticalSection, ExcludesOtherThreads)
 {
     static OrvaCriticalSectionObject s_lock; // zero-filled static: opened on first use
     long counter = 0;
-    auto work = [&] {
+    auto work = [&]
+    {
         for (int i = 0; i < 20000; ++i)
         {
             OrvaCriticalSection outer(s_lock, true);
@@ -229,13 +234,15 @@ TEST(OrvaCriticalSection, CancelledThreadGivesBackEveryLock)
         std::this_thread::yield();
 
     std::atomic<int> proceeded{0};
-    std::thread waiter([&] {
-        for (OrvaCriticalSectionObject* lock : {&scene.a, &scene.b, &scene.c})
+    std::thread waiter(
+        [&]
         {
-            OrvaCriticalSection guard(*lock, true);
-            ++proceeded;
-        }
-    });
+            for (OrvaCriticalSectionObject* lock : {&scene.a, &scene.b, &scene.c})
+            {
+                OrvaCriticalSection guard(*lock, true);
+                ++proceeded;
+            }
+        });
     pthread_cancel(victim);
     pthread_join(victim, nullptr);
     waiter.join();
