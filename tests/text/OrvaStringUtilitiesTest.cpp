@@ -82,7 +82,7 @@ TEST(OrvaStringUtilities, TrimOnEveryOption)
         {
             const std::string expected = option >= 0 && option <= 2 ? c[2 + option] : c[0];
             const auto trimOption = static_cast<Su::tTrimOption>(option);
-            EXPECT_EQ(expected, Su::trim(std::string(c[0]), std::string(c[1]), trimOption)) << c[0] << option;
+            EXPECT_EQ(expected, Su::trim(std::string(c[0]), c[1], trimOption)) << c[0] << option;
             EXPECT_EQ(w(expected), Su::trim(w(c[0]), w(c[1]), trimOption)) << c[0] << option;
         }
 }
