@@ -410,41 +410,38 @@ bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)
     return true;
 }
 
-std::wstring OrvaDateTime::monthName(const std::locale& locale) const
+std::wstring OrvaDateTime::formatLocalTime(const std::locale& locale, const wchar_t* format) const
 {
     time_t t = getTime();
     tm local = copyOf(localtime(&t));
-    return constructTimeString(&local, locale, L"%B");
+    return constructTimeString(&local, locale, format);
+}
+
+std::wstring OrvaDateTime::monthName(const std::locale& locale) const
+{
+    return formatLocalTime(locale, L"%B");
 }
 
 std::wstring OrvaDateTime::weekdayName(const std::locale& locale) const
 {
-    time_t t = getTime();
-    tm local = copyOf(localtime(&t));
-    return constructTimeString(&local, locale, L"%A");
+    return formatLocalTime(locale, L"%A");
 }
 
 std::wstring OrvaDateTime::dateToString(const std::locale& locale) const
 {
     // The time of day: the names of this pair are exchanged, and stay so.
-    time_t t = getTime();
-    tm local = copyOf(localtime(&t));
-    return constructTimeString(&local, locale, L"%X");
+    return formatLocalTime(locale, L"%X");
 }
 
 std::wstring OrvaDateTime::timeToString(const std::locale& locale) const
 {
     // The date: see dateToString.
-    time_t t = getTime();
-    tm local = copyOf(localtime(&t));
-    return constructTimeString(&local, locale, L"%x");
+    return formatLocalTime(locale, L"%x");
 }
 
 std::wstring OrvaDateTime::toString(const std::locale& locale) const
 {
-    time_t t = getTime();
-    tm local = copyOf(localtime(&t));
-    return constructTimeString(&local, locale, L"%c");
+    return formatLocalTime(locale, L"%c");
 }
 
 std::wstring OrvaDateTime::toGMTString() const

@@ -215,6 +215,9 @@ protected:
     static std::wstring constructTimeString(tm* time, const std::locale& locale, const wchar_t* format);
 
 private:
+    /// This date as local time, written by `format` through constructTimeString.
+    std::wstring formatLocalTime(const std::locale& locale, const wchar_t* format) const;
+
     int m_nDay;
     int m_nMonth;
     int m_nYear;
