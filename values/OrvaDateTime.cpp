@@ -45,6 +45,14 @@ tm copyOf(const tm* source)
     return source ? *source : tm();
 }
 
+// The broken-down local time of a date, copied out of the C library's
+// shared result.
+tm localFieldsOf(const OrvaDateTime& date)
+{
+    time_t t = date.getTime();
+    return copyOf(localtime(&t));
+}
+
 /// `value` + `delta`, held to the range of int so that a hostile number
 /// cannot overflow; a held value is far outside every valid date.
 int addClamped(int value, long long delta)
@@ -131,20 +139,17 @@ time_t OrvaDateTime::getTime() const
 
 int OrvaDateTime::getWeekday() const
 {
-    time_t t = getTime();
-    return copyOf(localtime(&t)).tm_wday;
+    return localFieldsOf(*this).tm_wday;
 }
 
 int OrvaDateTime::day() const
 {
-    time_t t = getTime();
-    return copyOf(localtime(&t)).tm_yday + 1;
+    return localFieldsOf(*this).tm_yday + 1;
 }
 
 bool OrvaDateTime::isLeapYear() const
 {
-    time_t t = getTime();
-    tm probe = copyOf(localtime(&t));
+    tm probe = localFieldsOf(*this);
     probe.tm_mday = 29;
     probe.tm_mon = 1;
     mktime(&probe);
@@ -320,8 +325,7 @@ bool OrvaDateTime::setDateTimeImpl(unsigned day, unsigned month, unsigned year, 
 
 bool OrvaDateTime::setYearImpl(unsigned year, std::string& error) const
 {
-    time_t t = getTime();
-    tm probe = copyOf(localtime(&t));
+    tm probe = localFieldsOf(*this);
     probe.tm_year = static_cast<int>(year - 1900);
     return validateDateTime(probe, error);
 }
@@ -333,8 +337,7 @@ bool OrvaDateTime::setMonthImpl(unsigned month, std::string& error) const
         error = "Invalid Month : Exceeds 12";
         return false;
     }
-    time_t t = getTime();
-    tm probe = copyOf(localtime(&t));
+    tm probe = localFieldsOf(*this);
     probe.tm_mon = static_cast<int>(month - 1);
     return validateDateTime(probe, error);
 }
@@ -346,8 +349,7 @@ bool OrvaDateTime::setDayImpl(unsigned day, std::string& error) const
         error = "Invalid Day : Exceeds 31";
         return false;
     }
-    time_t t = getTime();
-    tm probe = copyOf(localtime(&t));
+    tm probe = localFieldsOf(*this);
     probe.tm_mday = static_cast<int>(day);
     return validateDateTime(probe, error);
 }
@@ -357,8 +359,7 @@ bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)
     if (amount == 0)
         return false;
 
-    time_t t = getTime();
-    tm shifted = copyOf(localtime(&t));
+    tm shifted = localFieldsOf(*this);
     int* target = nullptr;
     switch (field)
     {
@@ -412,8 +413,7 @@ bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)
 
 std::wstring OrvaDateTime::formatLocalTime(const std::locale& locale, const wchar_t* format) const
 {
-    time_t t = getTime();
-    tm local = copyOf(localtime(&t));
+    tm local = localFieldsOf(*this);
     return constructTimeString(&local, locale, format);
 }
 
