@@ -24,6 +24,27 @@ std::vector<unsigned long> g_vExitThreads;
 namespace
 {
 
+// At exit the exit list and its lock die before the library's stop sequence,
+// while self-deleting threads (timer expiries among them) may still end and
+// SIGUSR2 may still arrive. This object is defined after the two, so it dies
+// first: from then on the list is left alone, and a thread that ends detaches
+// itself instead of waiting to be joined.
+bool s_bExitListGone = false;
+
+struct ExitListCloser
+{
+    ~ExitListCloser()
+    {
+        OrvaCriticalSection guard(g_exitThreadLock, true);
+        __atomic_store_n(&s_bExitListGone, true, __ATOMIC_SEQ_CST);
+    }
+} s_exitListCloser;
+
+inline bool exitListGone()
+{
+    return __atomic_load_n(&s_bExitListGone, __ATOMIC_SEQ_CST);
+}
+
 // The running flag is written by the thread and read by others. Atomic
 // accesses are plain moves on this machine; the release order also makes the
 // exit code, written before it, visible to whoever sees the flag fall.
@@ -50,12 +71,17 @@ pthread_t* threadHandle(void* handle)
 // Joins the self-deleted threads, on whatever thread receives SIGUSR2.
 void joinExitedThreads(int)
 {
+    if (exitListGone())
+        return;
     const int savedErrno = errno;
     {
         OrvaCriticalSection guard(g_exitThreadLock, true);
-        for (unsigned long id : g_vExitThreads)
-            pthread_join(static_cast<pthread_t>(id), nullptr);
-        g_vExitThreads.clear();
+        if (!exitListGone())
+        {
+            for (unsigned long id : g_vExitThreads)
+                pthread_join(static_cast<pthread_t>(id), nullptr);
+            g_vExitThreads.clear();
+        }
     }
     errno = savedErrno;
 }
@@ -70,10 +96,20 @@ void announceExit(pthread_t id)
     sigemptyset(&signals);
     sigaddset(&signals, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    if (exitListGone())
+    {
+        pthread_detach(id);
+        return;
+    }
     g_exitThreadLock.lock();
-    g_vExitThreads.push_back(static_cast<unsigned long>(id));
+    const bool listed = !exitListGone();
+    if (listed)
+        g_vExitThreads.push_back(static_cast<unsigned long>(id));
+    else
+        pthread_detach(id);
     g_exitThreadLock.unlock();
-    kill(getpid(), SIGUSR2);
+    if (listed)
+        kill(getpid(), SIGUSR2);
 }
 
 // Creates the thread with the library's signals blocked on the calling

@@ -30,9 +30,18 @@ public:
     {
         if (OrvaTimerManager::isExiting() || m_pManager->isStopping())
             return 0;
-        m_pManager->elapsed();
+        // Announce the scan, then look at the exit flag again: either the
+        // manager's destructor sees this scan and waits for it, or this
+        // thread sees the flag and leaves the manager alone.
+        __atomic_add_fetch(&s_nScansInFlight, 1, __ATOMIC_SEQ_CST);
+        if (!OrvaTimerManager::isExiting())
+            m_pManager->elapsed();
+        __atomic_sub_fetch(&s_nScansInFlight, 1, __ATOMIC_SEQ_CST);
         return 0;
     }
+
+    /// Scans under way on expiry threads, process-wide.
+    static int s_nScansInFlight;
 
 private:
     OrvaTimerManager* m_pManager;
@@ -40,6 +49,8 @@ private:
 
 OrvaTimerManager* OrvaTimerManager::m_pThis = nullptr;
 bool OrvaTimerManager::m_bExiting = false;
+
+int OrvaTimerThread::s_nScansInFlight = 0;
 
 namespace
 {
@@ -290,6 +301,12 @@ OrvaTimerManager::~OrvaTimerManager()
 {
     storeFlag(m_bExiting, true);
     cancelTimer();
+    // An expiry thread already inside its scan still uses this manager: give
+    // it a bounded time to finish, so that a process leaving right after a
+    // firing does not scan a deleted list.
+    for (int waited = 0;
+         waited < 2000 && __atomic_load_n(&OrvaTimerThread::s_nScansInFlight, __ATOMIC_SEQ_CST) > 0; ++waited)
+        usleep(1000);
 }
 
 void OrvaTimerManager::add(OrvaTimer& timer)
