@@ -19,38 +19,37 @@ namespace OrvaSupport
 {
 
 /// The short-lived thread that does the firing after each SIGALRM. It deletes
-/// itself when done.
+/// itself when done. The live ones are counted, so that the manager's
+/// destructor can let them finish before the process takes the library down.
 class OrvaTimerThread : public OrvaThread
 {
 public:
-    explicit OrvaTimerThread(OrvaTimerManager* manager) : m_pManager(manager) {}
+    explicit OrvaTimerThread(OrvaTimerManager* manager) : m_pManager(manager)
+    {
+        __atomic_add_fetch(&s_nLiveThreads, 1, __ATOMIC_SEQ_CST);
+    }
+    ~OrvaTimerThread() override { __atomic_sub_fetch(&s_nLiveThreads, 1, __ATOMIC_SEQ_CST); }
 
     using OrvaThread::run;
     int run() override
     {
         if (OrvaTimerManager::isExiting() || m_pManager->isStopping())
             return 0;
-        // Announce the scan, then look at the exit flag again: either the
-        // manager's destructor sees this scan and waits for it, or this
-        // thread sees the flag and leaves the manager alone.
-        __atomic_add_fetch(&s_nScansInFlight, 1, __ATOMIC_SEQ_CST);
-        if (!OrvaTimerManager::isExiting())
-            m_pManager->elapsed();
-        __atomic_sub_fetch(&s_nScansInFlight, 1, __ATOMIC_SEQ_CST);
+        m_pManager->elapsed();
         return 0;
     }
 
-    /// Scans under way on expiry threads, process-wide.
-    static int s_nScansInFlight;
+    static int liveThreads() { return __atomic_load_n(&s_nLiveThreads, __ATOMIC_SEQ_CST); }
 
 private:
+    static int s_nLiveThreads;
     OrvaTimerManager* m_pManager;
 };
 
+int OrvaTimerThread::s_nLiveThreads = 0;
+
 OrvaTimerManager* OrvaTimerManager::m_pThis = nullptr;
 bool OrvaTimerManager::m_bExiting = false;
-
-int OrvaTimerThread::s_nScansInFlight = 0;
 
 namespace
 {
@@ -301,11 +300,10 @@ OrvaTimerManager::~OrvaTimerManager()
 {
     storeFlag(m_bExiting, true);
     cancelTimer();
-    // An expiry thread already inside its scan still uses this manager: give
-    // it a bounded time to finish, so that a process leaving right after a
-    // firing does not scan a deleted list.
-    for (int waited = 0;
-         waited < 2000 && __atomic_load_n(&OrvaTimerThread::s_nScansInFlight, __ATOMIC_SEQ_CST) > 0; ++waited)
+    // Expiry threads still under way use this manager, and the process-wide
+    // locks that the stop sequence is about to destroy: give them a bounded
+    // time to end, so that a process leaving right after a firing is safe.
+    for (int waited = 0; waited < 2000 && OrvaTimerThread::liveThreads() > 0; ++waited)
         usleep(1000);
 }
 
