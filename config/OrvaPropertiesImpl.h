@@ -6,6 +6,8 @@
 
 #include <ovkit/OrvaProperties.h>
 
+#include "sync/KillShield.h"
+
 #include <algorithm>
 
 namespace OrvaSupport
@@ -71,9 +73,13 @@ OrvaProperties<StringType>& OrvaProperties<StringType>::operator=(const OrvaProp
 {
     if (this != &other)
     {
-        OrvaCriticalSection guard(m_oPropertyLock, true);
-        m_mapProperties = other.m_mapProperties;
-        m_bMultiValued = other.m_bMultiValued;
+        internal::runShielded(
+            [&]
+            {
+                OrvaCriticalSection guard(m_oPropertyLock, true);
+                m_mapProperties = other.m_mapProperties;
+                m_bMultiValued = other.m_bMultiValued;
+            });
     }
     return *this;
 }
@@ -89,99 +95,127 @@ void OrvaProperties<StringType>::addProperty(const StringType& name, const Strin
     if (name.empty())
         return;
 
-    OrvaCriticalSection guard(m_oPropertyLock, true);
-    typename PropertyMap::iterator entry = m_mapProperties.find(name);
-    if (entry == m_mapProperties.end())
-        m_mapProperties.insert(typename PropertyMap::value_type(name, ValueVector(1, value)));
-    else if (m_bMultiValued || entry->second.empty())
-        entry->second.push_back(value);
-    else
-        entry->second.front() = value;
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oPropertyLock, true);
+            typename PropertyMap::iterator entry = m_mapProperties.find(name);
+            if (entry == m_mapProperties.end())
+                m_mapProperties.insert(typename PropertyMap::value_type(name, ValueVector(1, value)));
+            else if (m_bMultiValued || entry->second.empty())
+                entry->second.push_back(value);
+            else
+                entry->second.front() = value;
+        });
 }
 
 template <class StringType>
 void OrvaProperties<StringType>::addProperty(const StringType& line, Char separator)
 {
-    try
-    {
-        if (line.empty() || line[0] == Char('#'))
-            return;
-
-        // In the case-insensitive types find() folds case, so a letter as
-        // separator matches both its cases.
-        const typename StringType::size_type separatorPos = line.find(separator);
-        if (separatorPos == StringType::npos)
-            addProperty(line, StringType());
-        else
-            addProperty(line.substr(0, separatorPos), PropertyLine::valueBehind(line, separatorPos));
-    }
-    catch (OrvaException&)
-    {
-        // A line that fails is dropped; the load goes on.
-    }
+    if (line.empty() || line[0] == Char('#'))
+        return;
+    internal::runShielded(
+        [&]
+        {
+            try
+            {
+                // In the case-insensitive types find() folds case, so a letter
+                // as separator matches both its cases.
+                const typename StringType::size_type separatorPos = line.find(separator);
+                if (separatorPos == StringType::npos)
+                    addProperty(line, StringType());
+                else
+                    addProperty(line.substr(0, separatorPos), PropertyLine::valueBehind(line, separatorPos));
+            }
+            catch (OrvaException&)
+            {
+                // A line that fails is dropped; the load goes on.
+            }
+        });
 }
 
 template <class StringType>
 void OrvaProperties<StringType>::setProperty(const StringType& name, const StringType& value)
 {
-    OrvaCriticalSection guard(m_oPropertyLock, true);
-    typename PropertyMap::iterator entry = m_mapProperties.find(name);
-    if (entry != m_mapProperties.end() && !entry->second.empty())
-        entry->second.front() = value;
-    else
-        addProperty(name, value); // the lock is recursive
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oPropertyLock, true);
+            typename PropertyMap::iterator entry = m_mapProperties.find(name);
+            if (entry != m_mapProperties.end() && !entry->second.empty())
+                entry->second.front() = value;
+            else
+                addProperty(name, value); // the lock is recursive
+        });
 }
 
 template <class StringType>
 void OrvaProperties<StringType>::removeProperty(const StringType& name)
 {
-    OrvaCriticalSection guard(m_oPropertyLock, true);
-    m_mapProperties.erase(name);
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oPropertyLock, true);
+            m_mapProperties.erase(name);
+        });
 }
 
 template <class StringType>
 const StringType& OrvaProperties<StringType>::getProperty(const StringType& name,
                                                           const StringType& defaultValue) const
 {
-    OrvaCriticalSection guard(m_oPropertyLock, true);
-    typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
-    if (entry != m_mapProperties.end() && !entry->second.empty())
-        return entry->second.front();
-    return defaultValue;
+    const StringType* found = &defaultValue;
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oPropertyLock, true);
+            typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
+            if (entry != m_mapProperties.end() && !entry->second.empty())
+                found = &entry->second.front();
+        });
+    return *found;
 }
 
 template <class StringType>
 StringType OrvaProperties<StringType>::getProperty(const StringType& name) const
 {
-    {
-        OrvaCriticalSection guard(m_oPropertyLock, true);
-        typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
-        if (entry != m_mapProperties.end() && !entry->second.empty())
-            return entry->second.front();
-    }
-    throw OrvaPropertyNotFound(name);
+    StringType value;
+    if (!getPropertyValue(name, value))
+        throw OrvaPropertyNotFound(name);
+    return value;
 }
 
 template <class StringType>
 bool OrvaProperties<StringType>::getPropertyValue(const StringType& name, StringType& value) const
 {
-    OrvaCriticalSection guard(m_oPropertyLock, true);
-    typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
-    if (entry == m_mapProperties.end() || entry->second.empty())
-        return false;
-    value = entry->second.front();
-    return true;
+    bool found = false;
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oPropertyLock, true);
+            typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
+            if (entry == m_mapProperties.end() || entry->second.empty())
+                return;
+            value = entry->second.front();
+            found = true;
+        });
+    return found;
 }
 
 template <class StringType>
 typename OrvaProperties<StringType>::ValueVector
 OrvaProperties<StringType>::getPropertyValues(const StringType& name) const
 {
-    OrvaCriticalSection guard(m_oPropertyLock, true);
-    typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
-    if (entry == m_mapProperties.end())
-        return ValueVector();
-    return entry->second;
+    ValueVector values;
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oPropertyLock, true);
+            typename PropertyMap::const_iterator entry = m_mapProperties.find(name);
+            if (entry != m_mapProperties.end())
+                values = entry->second;
+        });
+    return values;
 }
 
 template <class StringType>

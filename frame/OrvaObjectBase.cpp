@@ -2,6 +2,8 @@
 
 #include <ovkit/OrvaCriticalSection.h>
 
+#include "sync/KillShield.h"
+
 #include <cctype>
 #include <cstdlib>
 #include <typeinfo>
@@ -31,23 +33,32 @@ void OVKITFinitOrvaObjectBase()
     g_pCriticalSection = nullptr;
 }
 
-OrvaObjectBase::~OrvaObjectBase() {}
+OrvaObjectBase::~OrvaObjectBase() noexcept(false) {}
 
+// The section is taken and left by hand rather than through a guard: these
+// frames then need no exception tables, and a thread killed at any of their
+// instructions unwinds through them cleanly (its recover function gives the
+// section back).
 int OrvaObjectBase::addRef()
 {
-    OrvaCriticalSection guard(*g_pCriticalSection, true);
-    return ++m_nRefCount;
+    OrvaCriticalSectionObject* section = g_pCriticalSection;
+    section->lock();
+    const int count = ++m_nRefCount;
+    section->unlock();
+    return count;
 }
 
 int OrvaObjectBase::release()
 {
-    OrvaCriticalSection guard(*g_pCriticalSection, true);
-    int count = --m_nRefCount;
+    OrvaCriticalSectionObject* section = g_pCriticalSection;
+    section->lock();
+    const int count = --m_nRefCount;
+    section->unlock();
     if (count != 0)
         return count;
-    // The destructor runs outside the global section.
-    guard.unlock();
-    delete this;
+    // The destructor runs outside the global section, and is not cut short
+    // by a kill: destructors free memory.
+    internal::runShielded([this] { delete this; });
     return 0;
 }
 

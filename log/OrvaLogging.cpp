@@ -8,6 +8,7 @@
 #include <ovkit/OrvaStringUtilities.h>
 
 #include "log/LogMessage.h"
+#include "sync/KillShield.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -153,119 +154,177 @@ void OrvaLogging::appendFormatted(const char* format, ...)
 
 OrvaLogging& OrvaLogging::operator<<(const char* text)
 {
-    if (getLogAccess())
-        appendText(text != nullptr ? text : "(null)");
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendText(text != nullptr ? text : "(null)");
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(bool value)
 {
-    if (getLogAccess())
-        appendText(value ? "true" : "false");
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendText(value ? "true" : "false");
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(short value)
 {
-    if (getLogAccess())
-        appendFormatted("%d", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%d", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(unsigned short value)
 {
-    if (getLogAccess())
-        appendFormatted("%u", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%u", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(int value)
 {
-    if (getLogAccess())
-        appendFormatted("%d", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%d", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(unsigned int value)
 {
-    if (getLogAccess())
-        appendFormatted("%u", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%u", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(long value)
 {
-    if (getLogAccess())
-        appendFormatted("%ld", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%ld", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(unsigned long value)
 {
-    if (getLogAccess())
-        appendFormatted("%lu", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%lu", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(float value)
 {
-    if (getLogAccess())
-        appendFormatted("%f", static_cast<double>(value));
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%f", static_cast<double>(value));
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(double value)
 {
-    if (getLogAccess())
-        appendFormatted("%f", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%f", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const void* value)
 {
-    if (getLogAccess())
-        appendFormatted("%p", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%p", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(char value)
 {
-    if (getLogAccess())
-        appendFormatted("%c", value);
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted("%c", value);
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::string& text)
 {
-    if (getLogAccess())
-        m_oRecordStream << text;
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                m_oRecordStream << text;
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::basic_string<char, char_traits_ci<char>>& text)
 {
-    return *this << std::string(text.data(), text.size());
+    internal::runShielded([&] { *this << std::string(text.data(), text.size()); });
+    return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::wstring& text)
 {
-    if (getLogAccess())
-    {
-        try
+    internal::runShielded(
+        [&]
         {
-            m_oRecordStream << OrvaStringUtilities::narrow(text, OrvaLocaleFactory::getDefaultLocale(true));
-        }
-        catch (const OrvaException&)
-        {
-            // No conversion facet: the piece is dropped, and the record goes on.
-        }
-    }
+            if (!getLogAccess())
+                return;
+            try
+            {
+                m_oRecordStream << OrvaStringUtilities::narrow(text,
+                                                               OrvaLocaleFactory::getDefaultLocale(true));
+            }
+            catch (const OrvaException&)
+            {
+                // No conversion facet: the piece is dropped, and the record goes on.
+            }
+        });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::basic_string<wchar_t, char_traits_ci<wchar_t>>& text)
 {
-    return *this << std::wstring(text.data(), text.size());
+    internal::runShielded([&] { *this << std::wstring(text.data(), text.size()); });
+    return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(OrvaLogging& (*function)(OrvaLogging&))
@@ -276,7 +335,16 @@ OrvaLogging& OrvaLogging::operator<<(OrvaLogging& (*function)(OrvaLogging&))
 // ---------------------------------------------------------------------------
 // Ending a record
 
+// Records are formed and written with the thread's cancellation held back:
+// a thread killed inside the C library's stream or allocation code would
+// leave its locks taken for ever. A kill that comes meanwhile takes effect
+// once the insertion or the record is done.
 void OrvaLogging::endrecord()
+{
+    internal::runShielded([this] { endrecordShielded(); });
+}
+
+void OrvaLogging::endrecordShielded()
 {
     // Never block here: the watchdog thread and threads with nothing open must
     // not hang behind a thread in mid-record.
@@ -364,16 +432,20 @@ int OrvaLogging::getLogLevel(const std::string& name) const
 
 void OrvaLogging::setCurrentLevel(const std::string& name, int level)
 {
-    OrvaCriticalSection guard(m_oLogLock, true);
-    if (level < -1)
-        return;
-    m_sCurrentName = name;
-    m_nCurrentLevel = level;
+    internal::runShielded(
+        [&]
+        {
+            OrvaCriticalSection guard(m_oLogLock, true);
+            if (level < -1)
+                return;
+            m_sCurrentName = name;
+            m_nCurrentLevel = level;
+        });
 }
 
 void OrvaLogging::setCurrentLevel(int level)
 {
-    setCurrentLevel(std::string(), level);
+    internal::runShielded([&] { setCurrentLevel(std::string(), level); });
 }
 
 // ---------------------------------------------------------------------------

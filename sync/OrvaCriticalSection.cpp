@@ -1,6 +1,13 @@
 #include <ovkit/OrvaCriticalSection.h>
 
-#include <errno.h>
+#include "sync/KillShield.h"
+
+#include <atomic>
+#include <climits>
+#include <linux/futex.h>
+#include <new>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 using OrvaSupport::OrvaCriticalSection;
 using OrvaSupport::OrvaCriticalSectionObject;
@@ -16,75 +23,218 @@ namespace OrvaSupport
 template class OrvaSmartPointer<LockImplementation>;
 }
 
+// How a lock survives a thread that is cancelled at any instruction.
+//
+// The lock is not the C library's mutex code, in which the lock word is taken
+// some instructions before the owner is recorded: a thread stopped in between
+// would hold a mutex that nobody can tell it holds. Instead the first word of
+// the mutex's storage is the lock word itself, and the atomic step that takes
+// it writes the taker's locker id into it. Every thread has a locker id of its
+// own for the life of the process (ids are never handed out twice, unlike
+// thread handles), so "the word holds my id" is exactly "I hold this lock".
+//
+// Before a thread touches a lock word it names that lock as pending in its
+// thread-local state, and the held list is only ever changed in an order that
+// keeps every held lock reachable from the list head. The recover function,
+// which runs on the cancelled thread itself, releases every listed lock and
+// the pending one, each only if its word holds the thread's id. So whatever
+// instruction the cancellation interrupts, the thread gives back exactly what
+// it took, and takes nothing it did not.
+//
+// The functions on these paths have no exception tables: an unwind that starts
+// at any of their instructions passes through them untouched. Compiler fences
+// keep the stores in the order the recover function relies on; they cost
+// nothing at run time.
+
 namespace
 {
 
-// The owner field is written only by the owning thread and compared by
-// others; relaxed atomic accesses compile to plain moves and keep that
-// comparison well defined.
-inline pthread_t loadOwner(const LockImplementation* lock)
+using OrvaSupport::internal::enterKillShield;
+using OrvaSupport::internal::leaveKillShield;
+
+const int c_nWaitersBit = INT_MIN;   // someone sleeps on the word
+const int c_nLockerIdMask = INT_MAX; // the holder's locker id
+
+struct ThreadLocks
 {
-    return __atomic_load_n(&lock->m_owner, __ATOMIC_RELAXED);
+    LockImplementation* m_pHead;    // newest held lock; mirrored in the thread key
+    LockImplementation* m_pPending; // lock whose word this thread is taking or giving back
+    pthread_t m_self;
+    int m_nLockerId; // 0 until the thread first locks
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local ThreadLocks t_locks = {nullptr, nullptr, 0, 0};
+
+std::atomic<int> s_nLastLockerId{0};
+
+inline void orderForRecovery()
+{
+    std::atomic_signal_fence(std::memory_order_seq_cst);
 }
+
+__attribute__((noinline)) int assignLockerId()
+{
+    int id;
+    do
+        id = (s_nLastLockerId.fetch_add(1, std::memory_order_relaxed) + 1) & c_nLockerIdMask;
+    while (id == 0);
+    t_locks.m_self = pthread_self();
+    t_locks.m_nLockerId = id;
+    return id;
+}
+
+inline int myLockerId()
+{
+    const int id = t_locks.m_nLockerId;
+    return id != 0 ? id : assignLockerId();
+}
+
+// --- the lock word ---------------------------------------------------------
+
+inline int* lockWord(LockImplementation* lock)
+{
+    return &lock->m_mutex.__data.__lock;
+}
+
+inline int loadWord(LockImplementation* lock)
+{
+    return __atomic_load_n(lockWord(lock), __ATOMIC_RELAXED);
+}
+
+inline bool heldByMe(LockImplementation* lock, int id)
+{
+    return (loadWord(lock) & c_nLockerIdMask) == id;
+}
+
+inline bool tryTakeWord(LockImplementation* lock, int id)
+{
+    int expected = 0;
+    return __atomic_compare_exchange_n(lockWord(lock), &expected, id, false, __ATOMIC_ACQUIRE,
+                                       __ATOMIC_RELAXED);
+}
+
+void futexWait(int* word, int value)
+{
+    syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, value, nullptr, nullptr, 0);
+}
+
+void futexWake(int* word)
+{
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+// Sleeps until the word is free, then takes it. Once a thread has slept it
+// takes the word with the waiters bit set, for others may still sleep.
+__attribute__((noinline)) void takeWordContended(LockImplementation* lock, int id)
+{
+    int* word = lockWord(lock);
+    for (;;)
+    {
+        int seen = __atomic_load_n(word, __ATOMIC_RELAXED);
+        if (seen == 0)
+        {
+            if (__atomic_compare_exchange_n(word, &seen, id | c_nWaitersBit, false, __ATOMIC_ACQUIRE,
+                                            __ATOMIC_RELAXED))
+                return;
+            continue;
+        }
+        if ((seen & c_nWaitersBit) == 0 &&
+            !__atomic_compare_exchange_n(word, &seen, seen | c_nWaitersBit, false, __ATOMIC_RELAXED,
+                                         __ATOMIC_RELAXED))
+            continue;
+        futexWait(word, seen | c_nWaitersBit);
+    }
+}
+
+inline void releaseWord(LockImplementation* lock)
+{
+    if (__atomic_exchange_n(lockWord(lock), 0, __ATOMIC_RELEASE) & c_nWaitersBit)
+        futexWake(lockWord(lock));
+}
+
+// --- the held list ---------------------------------------------------------
 
 inline void storeOwner(LockImplementation* lock, pthread_t owner)
 {
     __atomic_store_n(&lock->m_owner, owner, __ATOMIC_RELAXED);
 }
 
-// While a thread moves a lock between "mutex taken" and "entered in its held
-// list" (or back), an asynchronous cancellation would leave a mutex that no
-// recovery can find. These steps run with cancellation disabled; a
-// cancellation that arrives meanwhile acts when it is enabled again, which
-// unwinds the stack from inside the destructor: hence noexcept(false).
-class CancellationBlocker
+inline void publishHead(LockImplementation* head)
 {
-public:
-    CancellationBlocker() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nOldState); }
-    ~CancellationBlocker() noexcept(false)
-    {
-        int ignored;
-        pthread_setcancelstate(m_nOldState, &ignored);
-    }
-
-private:
-    int m_nOldState;
-};
-
-LockImplementation* heldListHead()
-{
-    return static_cast<LockImplementation*>(pthread_getspecific(LockThreadStorage::m_mutexListKey));
+    t_locks.m_pHead = head;
+    orderForRecovery();
+    pthread_setspecific(LockThreadStorage::m_mutexListKey, head);
 }
 
-void insertIntoHeldList(LockImplementation* lock)
+// The lock's own links are filled before it becomes the head, so the list
+// from the head always reaches every held lock.
+inline void insertIntoHeldList(LockImplementation* lock)
 {
-    LockImplementation* head = heldListHead();
-    if (head)
-        head->m_pPrevHeld = lock;
-    pthread_setspecific(LockThreadStorage::m_mutexListKey, lock);
+    LockImplementation* head = t_locks.m_pHead;
     lock->m_pNextHeld = head;
     lock->m_pPrevHeld = nullptr;
+    orderForRecovery();
+    if (head)
+        head->m_pPrevHeld = lock;
+    publishHead(lock);
 }
 
-void removeFromHeldList(LockImplementation* lock)
+inline void removeFromHeldList(LockImplementation* lock)
 {
     if (lock->m_pNextHeld)
         lock->m_pNextHeld->m_pPrevHeld = lock->m_pPrevHeld;
+    orderForRecovery();
     if (lock->m_pPrevHeld)
         lock->m_pPrevHeld->m_pNextHeld = lock->m_pNextHeld;
     else
-        pthread_setspecific(LockThreadStorage::m_mutexListKey, lock->m_pNextHeld);
+        publishHead(lock->m_pNextHeld);
+    orderForRecovery();
     lock->m_pNextHeld = nullptr;
     lock->m_pPrevHeld = nullptr;
 }
 
-// The last level is gone: the lock leaves the owner's list and its mutex.
+// The word is this thread's: record the owner and enter the list.
+inline void completeTaking(LockImplementation* lock, int count)
+{
+    orderForRecovery();
+    storeOwner(lock, t_locks.m_self);
+    lock->m_nLockCount = 0;
+    insertIntoHeldList(lock);
+    orderForRecovery();
+    t_locks.m_pPending = nullptr;
+    lock->m_nLockCount = count;
+}
+
+// The last level is gone: the lock leaves the owner's list and its word.
 void releaseLastLevel(LockImplementation* lock)
 {
-    CancellationBlocker blocker;
+    t_locks.m_pPending = lock;
+    orderForRecovery();
     storeOwner(lock, 0);
     removeFromHeldList(lock);
-    pthread_mutex_unlock(&lock->m_mutex);
+    orderForRecovery();
+    releaseWord(lock);
+    orderForRecovery();
+    t_locks.m_pPending = nullptr;
+}
+
+// Frees a lock this thread holds, whatever its depth or its place in the list.
+void forceRelease(LockImplementation* lock)
+{
+    lock->m_pPrevHeld = nullptr;
+    lock->m_pNextHeld = nullptr;
+    lock->m_nLockCount = 0;
+    storeOwner(lock, 0);
+    releaseWord(lock);
+}
+
+void takeLock(LockImplementation* lock, int id)
+{
+    t_locks.m_pPending = lock;
+    orderForRecovery();
+    if (!tryTakeWord(lock, id))
+        takeWordContended(lock, id);
+    completeTaking(lock, 1);
 }
 
 // Gives back all of the caller's levels. A caller that does not own the lock
@@ -94,18 +244,27 @@ void unwindLock(LockImplementation* lock)
     int count = lock->m_nLockCount;
     if (count < 1)
         return;
-    const pthread_t self = pthread_self();
+    const int id = myLockerId();
     while (count > 0)
     {
-        if (loadOwner(lock) != self)
+        if (!heldByMe(lock, id))
             continue;
         lock->m_nLockCount = --count;
         if (count == 0)
-        {
             releaseLastLevel(lock);
-            count = 0;
-        }
     }
+}
+
+// Opens a lock under the shield: allocation must not be cut short.
+OrvaSmartPointer<LockImplementation>* newHolder()
+{
+    LockImplementation* lock = new (std::nothrow) LockImplementation;
+    if (!lock)
+        return nullptr;
+    auto* holder = new (std::nothrow) OrvaSmartPointer<LockImplementation>(lock);
+    if (!holder)
+        delete lock;
+    return holder;
 }
 
 } // namespace
@@ -183,65 +342,86 @@ void OrvaCriticalSectionObject::init()
     // order: plain moves on this machine, and a sound double-checked open.
     if (__atomic_load_n(&m_pHolder, __ATOMIC_ACQUIRE))
         return;
+    open();
+}
+
+// No guard object here: g_pCriticalSection is taken and left by hand, so
+// that this frame needs no exception tables (see the top of this file).
+void OrvaCriticalSectionObject::open()
+{
+    enterKillShield();
+    OrvaSmartPointer<LockImplementation>* holder = nullptr;
+    bool failed = false;
     if (this == g_pCriticalSection)
     {
         // The global section opens itself: nothing to guard it with.
-        auto* holder = new OrvaSmartPointer<LockImplementation>(new LockImplementation);
-        __atomic_store_n(&m_pHolder, holder, __ATOMIC_RELEASE);
-        return;
+        holder = newHolder();
+        failed = holder == nullptr;
+        if (holder)
+            __atomic_store_n(&m_pHolder, holder, __ATOMIC_RELEASE);
     }
-    OrvaCriticalSection guard(*g_pCriticalSection, true);
-    if (!m_pHolder)
+    else
     {
-        auto* holder = new OrvaSmartPointer<LockImplementation>(new LockImplementation);
-        __atomic_store_n(&m_pHolder, holder, __ATOMIC_RELEASE);
+        g_pCriticalSection->lock();
+        if (!m_pHolder)
+        {
+            holder = newHolder();
+            failed = holder == nullptr;
+            if (holder)
+                __atomic_store_n(&m_pHolder, holder, __ATOMIC_RELEASE);
+        }
+        g_pCriticalSection->unlock();
     }
+    leaveKillShield();
+    if (failed)
+        throw std::bad_alloc();
 }
 
 inline LockImplementation* OrvaCriticalSectionObject::impl()
 {
-    init();
-    return *m_pHolder;
+    OrvaSmartPointer<LockImplementation>* holder = __atomic_load_n(&m_pHolder, __ATOMIC_ACQUIRE);
+    if (__builtin_expect(holder == nullptr, 0))
+    {
+        open();
+        holder = m_pHolder;
+    }
+    return *holder;
 }
 
 void OrvaCriticalSectionObject::lock()
 {
     LockImplementation* lock = impl();
-    const pthread_t self = pthread_self();
-    if (loadOwner(lock) != self)
-    {
-        CancellationBlocker blocker;
-        pthread_mutex_lock(&lock->m_mutex);
-        storeOwner(lock, self);
-        lock->m_nLockCount = 0;
-        insertIntoHeldList(lock);
-    }
-    ++lock->m_nLockCount;
+    const int id = myLockerId();
+    if (heldByMe(lock, id))
+        ++lock->m_nLockCount;
+    else
+        takeLock(lock, id);
 }
 
 bool OrvaCriticalSectionObject::testAndSet()
 {
     LockImplementation* lock = impl();
-    const pthread_t self = pthread_self();
-    if (loadOwner(lock) == self)
+    const int id = myLockerId();
+    if (heldByMe(lock, id))
     {
         ++lock->m_nLockCount;
         return true;
     }
-    CancellationBlocker blocker;
-    int result = pthread_mutex_trylock(&lock->m_mutex);
-    if (result == EBUSY || result == EINVAL)
+    t_locks.m_pPending = lock;
+    orderForRecovery();
+    if (!tryTakeWord(lock, id))
+    {
+        t_locks.m_pPending = nullptr;
         return false;
-    storeOwner(lock, self);
-    lock->m_nLockCount = 1;
-    insertIntoHeldList(lock);
+    }
+    completeTaking(lock, 1);
     return true;
 }
 
 void OrvaCriticalSectionObject::unlock()
 {
     LockImplementation* lock = impl();
-    if (loadOwner(lock) != pthread_self())
+    if (!heldByMe(lock, myLockerId()))
         return;
     if (--lock->m_nLockCount != 0)
         return;
@@ -260,18 +440,23 @@ void OrvaCriticalSectionObject::unwind()
 
 void OrvaCriticalSectionRecoverFn(void*)
 {
-    LockImplementation* entry = heldListHead();
-    pthread_setspecific(LockThreadStorage::m_mutexListKey, nullptr);
-    while (entry)
+    const int id = t_locks.m_nLockerId;
+    LockImplementation* entry = t_locks.m_pHead;
+    LockImplementation* pending = t_locks.m_pPending;
+    publishHead(nullptr);
+    t_locks.m_pPending = nullptr;
+    if (id == 0)
+        return; // this thread never locked
+    while (entry && heldByMe(entry, id))
     {
         LockImplementation* next = entry->m_pNextHeld;
-        entry->m_pPrevHeld = nullptr;
-        entry->m_pNextHeld = nullptr;
-        entry->m_nLockCount = 0;
-        storeOwner(entry, 0);
-        pthread_mutex_unlock(&entry->m_mutex);
+        forceRelease(entry);
         entry = next;
     }
+    // The lock being taken or given back when the thread stopped: released
+    // only if its word shows that this thread got it.
+    if (pending && heldByMe(pending, id))
+        forceRelease(pending);
 }
 
 } // namespace OrvaSupport

@@ -26,7 +26,7 @@ OrvaNotification& OrvaNotification::operator=(int id)
     return *this;
 }
 
-OrvaNotification::~OrvaNotification() {}
+OrvaNotification::~OrvaNotification() noexcept(false) {}
 
 void OrvaNotification::setId(int id)
 {
@@ -38,7 +38,7 @@ int OrvaNotification::getId() const
     return m_nId;
 }
 
-OrvaDependent::~OrvaDependent() {}
+OrvaDependent::~OrvaDependent() noexcept(false) {}
 
 void OrvaDependent::handleNotification(OrvaCollaborator&, const OrvaNotification&) {}
 
@@ -51,7 +51,7 @@ OrvaCollaborator& OrvaCollaborator::operator=(const OrvaCollaborator&)
     return *this;
 }
 
-OrvaCollaborator::~OrvaCollaborator() {}
+OrvaCollaborator::~OrvaCollaborator() noexcept(false) {}
 
 void OrvaCollaborator::addDependent(OrvaDependent& dependent)
 {

@@ -15,6 +15,12 @@
 // them all back.
 //
 // A thread that ends normally while it holds a lock leaves it held for ever.
+//
+// Killed threads. A thread may be cancelled at any instruction of lock(),
+// unlock(), testAndSet(), unwind() and the guard: it gives back exactly the
+// locks it held or had just taken, and a thread blocked in lock() dies where
+// it waits. The guard's destructor may therefore let a cancellation pass
+// (noexcept(false)); keep a guard out of destructors that must not throw.
 #ifndef OVKIT_ORVACRITICALSECTION_H
 #define OVKIT_ORVACRITICALSECTION_H
 
@@ -49,9 +55,11 @@ public:
     int release() override;
 };
 
-/// The shared lock behind every handle: a default (non-recursive) mutex, the
-/// owner's thread id (0 when free), the owner's recursion depth, and the links
-/// of the owner's held list.
+/// The shared lock behind every handle: the mutex storage, the owner's thread
+/// id (0 when free), the owner's recursion depth, and the links of the owner's
+/// held list. The mutex is never locked through the C library: the first word
+/// of its storage is the lock word, 0 when free and otherwise holding the
+/// owner's locker id, written by the same atomic step that takes the lock.
 class OVKIT_API LockImplementation : public LockBase
 {
 public:
@@ -93,11 +101,8 @@ public:
     /// Opens the lock if it is not open yet (under g_pCriticalSection, except
     /// for g_pCriticalSection itself). Every operation starts with it.
     void init();
-    /// Takes one level. The re-entrant path costs one thread-id call and a
-    /// comparison: no system call, no atomic operation. Between taking the
-    /// mutex and entering it in the thread's held list (and back, on release)
-    /// cancellation is disabled, so a cancelled thread never keeps a mutex
-    /// that OrvaCriticalSectionRecoverFn cannot find.
+    /// Takes one level. The re-entrant path costs one thread-local read and a
+    /// comparison: no system call, no atomic operation.
     void lock();
     /// Gives back one level; the last level frees the lock. Does nothing when
     /// the caller is not the owner.
@@ -116,6 +121,7 @@ public:
 
 private:
     LockImplementation* impl();
+    void open();
 
     OrvaSmartPointer<LockImplementation>* m_pHolder;
     bool m_bFlag;
@@ -141,7 +147,8 @@ public:
             m_bLocked = true;
         }
     }
-    ~OrvaCriticalSection() { unlock(); }
+    /// May pass on the cancellation of a thread killed inside unlock().
+    ~OrvaCriticalSection() noexcept(false) { unlock(); }
 
     /// Leaves the section before the end of the scope; a second call does nothing.
     void unlock()

@@ -43,7 +43,9 @@
 // failure to open are announced on standard error whatever the level.
 //
 // A record left open for a minute is watched: if its thread was cancelled
-// (which gives back its locks), the watchdog writes out what was collected. A
+// (which gives back its locks), the watchdog writes out what was collected.
+// A thread is never cancelled in the middle of an insertion or of writing a
+// line: a kill that arrives meanwhile takes effect when that step is done. A
 // thread that ends normally inside a record leaves the log locked for ever.
 #ifndef OVKIT_ORVALOGGING_H
 #define OVKIT_ORVALOGGING_H
@@ -207,6 +209,7 @@ public:
     bool getLogAccess();
 
 private:
+    void endrecordShielded();
     void appendText(const char* text);
     void appendFormatted(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void writeRecord(const std::string& label, const std::string& text);

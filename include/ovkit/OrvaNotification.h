@@ -36,7 +36,7 @@ public:
     OrvaNotification(const OrvaNotification& other);
     OrvaNotification& operator=(const OrvaNotification& other);
     OrvaNotification& operator=(int id);
-    virtual ~OrvaNotification();
+    virtual ~OrvaNotification() noexcept(false);
 
     void setId(int id);
     int getId() const;
@@ -52,7 +52,7 @@ public:
     OrvaDependent() {}
     OrvaDependent(const OrvaDependent&) {}
     OrvaDependent& operator=(const OrvaDependent&) { return *this; }
-    virtual ~OrvaDependent();
+    virtual ~OrvaDependent() noexcept(false);
 
     /// Called on the notifying thread, with the collaborator's list unlocked.
     virtual void handleNotification(OrvaCollaborator& collaborator, const OrvaNotification& notification);
@@ -75,7 +75,7 @@ public:
     /// Leaves this collaborator's dependents as they are.
     OrvaCollaborator& operator=(const OrvaCollaborator& other);
     /// Frees the list only; no dependent is told.
-    virtual ~OrvaCollaborator();
+    virtual ~OrvaCollaborator() noexcept(false);
 
     /// Appends the dependent. One added twice is called twice.
     void addDependent(OrvaDependent& dependent);

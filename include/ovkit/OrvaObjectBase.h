@@ -50,8 +50,13 @@ public:
             m_nRefCount = 0;
         return *this;
     }
-    /// Does not check that the count is 0.
-    virtual ~OrvaObjectBase();
+    /// Does not check that the count is 0. Declared noexcept(false), as are the
+    /// destructors of the smart pointer and of the library's other base
+    /// classes: a thread killed while it drops a reference unwinds through
+    /// them, and an unwind through a noexcept frame would end the process.
+    /// A class that derives from OrvaObjectBase and also from a class with a
+    /// noexcept virtual destructor must declare its own destructor noexcept.
+    virtual ~OrvaObjectBase() noexcept(false);
 
     /// Adds one reference under g_pCriticalSection; returns the new count.
     virtual int addRef();
@@ -101,7 +106,8 @@ public:
             m_pObject->addRef();
     }
     /// Releases the object, if any; the stored pointer is left as it was.
-    ~OrvaSmartPointer()
+    /// noexcept(false): see ~OrvaObjectBase().
+    ~OrvaSmartPointer() noexcept(false)
     {
         if (m_pObject)
             m_pObject->release();

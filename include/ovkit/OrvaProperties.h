@@ -61,7 +61,9 @@
 // Threads. Single operations by name (add, set, remove and the getters by
 // name) take the table's lock. size(), getProperties(), forEach(), copying,
 // and saving do not; a load takes the lock once per stored line, so other
-// threads see the table grow line by line.
+// threads see the table grow line by line. A thread killed inside one of the
+// locked operations finishes it first (the operation allocates, and must not
+// be cut short), then dies; the table's lock is left free.
 #ifndef OVKIT_ORVAPROPERTIES_H
 #define OVKIT_ORVAPROPERTIES_H
 
