@@ -116,9 +116,11 @@ void Module::detach()
 }
 
 // The library's statics must see a started module, and must be gone before it
-// stops. The highest initialisation priority puts these two objects ahead of
-// every other static of the library, whatever the link order, and so their
-// destruction after all of them. The stream-library object comes first, so
-// that the standard streams are ready for anything the start sequence does.
+// stops. Initialisation priorities put the module ahead of every other static
+// of the library, whatever the link order, and so its destruction after all
+// of them. Ahead of it come only the stream-library object, so that the
+// standard streams are ready for anything the start sequence does, and the
+// thread exit list, which the module's stop sequence must still find in
+// place while it waits for the library's threads to end.
 static std::ios_base::Init s_streamInit __attribute__((init_priority(101)));
-Module g_ModuleData __attribute__((init_priority(101))) (true);
+Module g_ModuleData __attribute__((init_priority(102))) (true);

@@ -9,6 +9,7 @@
 
 #include "log/LogMessage.h"
 #include "sync/KillShield.h"
+#include "threads/LibraryRuntime.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -526,8 +527,12 @@ void OrvaLogging::handleNotification(OrvaCollaborator&, const OrvaNotification&)
     // so that the timer is never held up by the log lock.
     OrvaLoggingEventTimerThread* thread = new OrvaLoggingEventTimerThread(this);
     thread->setMarkForDeath();
+    internal::takeStartFailure();
     thread->start();
-    // From here on the thread may already have deleted itself: do not touch it.
+    // From here on the thread may already have deleted itself: do not touch
+    // it, unless no thread came into being.
+    if (internal::takeStartFailure())
+        delete thread;
 }
 
 void OrvaLogging::timerElapsed()

@@ -5,7 +5,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <sys/select.h>
+#include <ctime>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -30,20 +31,38 @@ const std::int32_t c_nReportWaitFailed = -4;
 const long c_nReportTimeoutSeconds = 60;
 const useconds_t c_nStopPauseMicroseconds = 10000;
 
+// Waits until the descriptor is readable (or closed), at most `milliseconds`
+// in all: 1 readable, 0 timed out, -1 failed. A signal that interrupts the
+// wait (the library's own threads send some) does not end it.
+int waitReadable(int fd, long milliseconds)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const long long deadline = now.tv_sec * 1000LL + now.tv_nsec / 1000000 + milliseconds;
+    for (;;)
+    {
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const long long left = deadline - (now.tv_sec * 1000LL + now.tv_nsec / 1000000);
+        if (left <= 0)
+            return 0;
+        pollfd watched = {fd, POLLIN, 0};
+        const int ready = poll(&watched, 1, static_cast<int>(left));
+        if (ready > 0)
+            return 1;
+        if (ready == 0)
+            return 0;
+        if (errno != EINTR)
+            return -1;
+    }
+}
+
 // The starting process's side of the start pipe: waits for the child's
 // report and leaves with it, so that nothing of the process's own clean-up
 // (destructors, static or otherwise) runs here.
 [[noreturn]] void exitWithDaemonReport(int readFd)
 {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(readFd, &readable);
-    struct timeval limit;
-    limit.tv_sec = c_nReportTimeoutSeconds;
-    limit.tv_usec = 0;
-
     std::int32_t status = c_nNoReportStatus;
-    const int ready = select(1024, &readable, nullptr, nullptr, &limit);
+    const int ready = waitReadable(readFd, c_nReportTimeoutSeconds * 1000);
     if (ready > 0)
     {
         // The count is not looked at: a child that died before reporting
@@ -131,13 +150,6 @@ bool OrvaService::startAsDaemon(const std::string& argument)
     int startPipe[2];
     if (pipe(startPipe) != 0)
         return false;
-    if (startPipe[0] >= FD_SETSIZE)
-    {
-        // select could not watch it: better no daemon than one nobody waits for.
-        close(startPipe[0]);
-        close(startPipe[1]);
-        return false;
-    }
 
     const pid_t child = fork();
     if (child < 0)

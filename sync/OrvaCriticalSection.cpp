@@ -1,13 +1,12 @@
 #include <ovkit/OrvaCriticalSection.h>
 
+#include "sync/Futex.h"
 #include "sync/KillShield.h"
+#include "sync/LockInternals.h"
 
 #include <atomic>
 #include <climits>
-#include <linux/futex.h>
 #include <new>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 using OrvaSupport::OrvaCriticalSection;
 using OrvaSupport::OrvaCriticalSectionObject;
@@ -50,6 +49,8 @@ namespace
 {
 
 using OrvaSupport::internal::enterKillShield;
+using OrvaSupport::internal::futexWait;
+using OrvaSupport::internal::futexWake;
 using OrvaSupport::internal::leaveKillShield;
 
 const int c_nWaitersBit = INT_MIN;   // someone sleeps on the word
@@ -113,16 +114,6 @@ inline bool tryTakeWord(LockImplementation* lock, int id)
                                        __ATOMIC_RELAXED);
 }
 
-void futexWait(int* word, int value)
-{
-    syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, value, nullptr, nullptr, 0);
-}
-
-void futexWake(int* word)
-{
-    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-}
-
 // Sleeps until the word is free, then takes it. Once a thread has slept it
 // takes the word with the waiters bit set, for others may still sleep.
 __attribute__((noinline)) void takeWordContended(LockImplementation* lock, int id)
@@ -149,7 +140,7 @@ __attribute__((noinline)) void takeWordContended(LockImplementation* lock, int i
 inline void releaseWord(LockImplementation* lock)
 {
     if (__atomic_exchange_n(lockWord(lock), 0, __ATOMIC_RELEASE) & c_nWaitersBit)
-        futexWake(lockWord(lock));
+        futexWake(lockWord(lock), 1);
 }
 
 // --- the held list ---------------------------------------------------------
@@ -193,21 +184,24 @@ inline void removeFromHeldList(LockImplementation* lock)
     lock->m_pPrevHeld = nullptr;
 }
 
-// The word is this thread's: record the owner and enter the list.
-inline void completeTaking(LockImplementation* lock, int count)
+// The word is this thread's: record the owner and enter the list. The
+// pending slot goes back to what it named before (a signal handler may take
+// a lock while the thread it interrupted is taking another).
+inline void completeTaking(LockImplementation* lock, LockImplementation* previousPending, int count)
 {
     orderForRecovery();
     storeOwner(lock, t_locks.m_self);
     lock->m_nLockCount = 0;
     insertIntoHeldList(lock);
     orderForRecovery();
-    t_locks.m_pPending = nullptr;
+    t_locks.m_pPending = previousPending;
     lock->m_nLockCount = count;
 }
 
 // The last level is gone: the lock leaves the owner's list and its word.
 void releaseLastLevel(LockImplementation* lock)
 {
+    LockImplementation* const previousPending = t_locks.m_pPending;
     t_locks.m_pPending = lock;
     orderForRecovery();
     storeOwner(lock, 0);
@@ -215,7 +209,7 @@ void releaseLastLevel(LockImplementation* lock)
     orderForRecovery();
     releaseWord(lock);
     orderForRecovery();
-    t_locks.m_pPending = nullptr;
+    t_locks.m_pPending = previousPending;
 }
 
 // Frees a lock this thread holds, whatever its depth or its place in the list.
@@ -230,11 +224,12 @@ void forceRelease(LockImplementation* lock)
 
 void takeLock(LockImplementation* lock, int id)
 {
+    LockImplementation* const previousPending = t_locks.m_pPending;
     t_locks.m_pPending = lock;
     orderForRecovery();
     if (!tryTakeWord(lock, id))
         takeWordContended(lock, id);
-    completeTaking(lock, 1);
+    completeTaking(lock, previousPending, 1);
 }
 
 // Gives back all of the caller's levels. A caller that does not own the lock
@@ -407,14 +402,15 @@ bool OrvaCriticalSectionObject::testAndSet()
         ++lock->m_nLockCount;
         return true;
     }
+    LockImplementation* const previousPending = t_locks.m_pPending;
     t_locks.m_pPending = lock;
     orderForRecovery();
     if (!tryTakeWord(lock, id))
     {
-        t_locks.m_pPending = nullptr;
+        t_locks.m_pPending = previousPending;
         return false;
     }
-    completeTaking(lock, 1);
+    completeTaking(lock, previousPending, 1);
     return true;
 }
 
@@ -458,5 +454,26 @@ void OrvaCriticalSectionRecoverFn(void*)
     if (pending && heldByMe(pending, id))
         forceRelease(pending);
 }
+
+namespace internal
+{
+
+void reclaimLockAfterFork(OrvaCriticalSectionObject& lock)
+{
+    OrvaSmartPointer<LockImplementation>* holder = lock.m_pHolder;
+    if (!holder)
+        return;
+    LockImplementation* impl = *holder;
+    const int word = loadWord(impl);
+    if (word == 0 || (word & c_nLockerIdMask) == myLockerId())
+        return;
+    impl->m_pPrevHeld = nullptr;
+    impl->m_pNextHeld = nullptr;
+    impl->m_nLockCount = 0;
+    storeOwner(impl, 0);
+    __atomic_store_n(lockWord(impl), 0, __ATOMIC_RELEASE);
+}
+
+} // namespace internal
 
 } // namespace OrvaSupport

@@ -1,16 +1,38 @@
 #include <ovkit/OrvaEvent.h>
 
+#include "sync/Futex.h"
+#include "sync/KillShield.h"
 #include "sync/OrvaEventBlock.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <ctime>
 
 namespace OrvaSupport
 {
 
+using internal::eventBlock;
+using internal::OrvaEventBlock;
+
 namespace
 {
+
+// The block whose set() the timer manager has announced on this thread.
+__attribute__((tls_model("initial-exec"))) thread_local OrvaEventBlock* t_pAnnounced = nullptr;
+
+void consumeAnnouncement(OrvaEventBlock* block)
+{
+    t_pAnnounced = nullptr;
+    if (block->m_nAnnounced.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        internal::futexWake(&block->m_nAnnounced, INT_MAX);
+}
+
+void takeOverAnnouncement(OrvaEventBlock* block)
+{
+    if (t_pAnnounced == block)
+        consumeAnnouncement(block);
+}
 
 void unlockEventMutex(void* mutex)
 {
@@ -41,6 +63,61 @@ int waitResult(int rc)
 
 } // namespace
 
+namespace internal
+{
+
+OrvaEventBlock* newEventBlock()
+{
+    OrvaEventBlock* block = new OrvaEventBlock;
+    pthread_mutex_init(&block->m_mutex, nullptr);
+    pthread_cond_init(&block->m_cond, nullptr);
+    block->m_nReferences.store(1, std::memory_order_relaxed);
+    block->m_nAnnounced.store(0, std::memory_order_relaxed);
+    block->m_bOrphaned = false;
+    return block;
+}
+
+void pinEventBlock(OrvaEventBlock* block)
+{
+    block->m_nReferences.fetch_add(1, std::memory_order_relaxed);
+}
+
+void unpinEventBlock(OrvaEventBlock* block)
+{
+    if (block->m_nReferences.fetch_sub(1, std::memory_order_acq_rel) != 1)
+        return;
+    pthread_cond_destroy(&block->m_cond);
+    pthread_mutex_destroy(&block->m_mutex);
+    delete block;
+}
+
+void announceEventSet(OrvaEventBlock* block)
+{
+    pinEventBlock(block);
+    block->m_nAnnounced.fetch_add(1, std::memory_order_relaxed);
+    t_pAnnounced = block;
+}
+
+void settleEventAnnouncement(OrvaEventBlock* block)
+{
+    takeOverAnnouncement(block);
+    unpinEventBlock(block);
+}
+
+void waitForAnnouncedSets(OrvaEventBlock* block)
+{
+    takeOverAnnouncement(block); // a set() of this very thread never comes
+    for (;;)
+    {
+        const int announced = block->m_nAnnounced.load(std::memory_order_acquire);
+        if (announced == 0)
+            return;
+        futexWait(&block->m_nAnnounced, announced);
+    }
+}
+
+} // namespace internal
+
 OrvaEventNotification::OrvaEventNotification() : OrvaNotification(1) {}
 
 OrvaEventNotification::OrvaEventNotification(const OrvaEventNotification& other) : OrvaNotification(other) {}
@@ -53,48 +130,62 @@ OrvaEventNotification& OrvaEventNotification::operator=(const OrvaEventNotificat
 
 OrvaEventNotification::~OrvaEventNotification() {}
 
-OrvaEvent::OrvaEvent() : m_pHandle(nullptr)
-{
-    OrvaEventBlock* block = new OrvaEventBlock;
-    pthread_mutex_init(&block->m_mutex, nullptr);
-    pthread_cond_init(&block->m_cond, nullptr);
-    block->m_nSetsUnderWay = 0;
-    m_pHandle = block;
-}
+OrvaEvent::OrvaEvent() : m_pHandle(internal::newEventBlock()) {}
 
+// The block outlives the event while a set() still delivers through it.
 OrvaEvent::~OrvaEvent()
 {
     if (!m_pHandle)
         return;
-    waitForEventSets(m_pHandle);
     OrvaEventBlock* block = eventBlock(m_pHandle);
-    pthread_cond_destroy(&block->m_cond);
-    pthread_mutex_destroy(&block->m_mutex);
-    delete block;
+    pthread_mutex_lock(&block->m_mutex);
+    block->m_bOrphaned = true;
+    pthread_mutex_unlock(&block->m_mutex);
     m_pHandle = nullptr;
+    internal::unpinEventBlock(block);
 }
 
 void OrvaEvent::set()
 {
     if (!m_pHandle)
         return;
-    EventSetMark mark(m_pHandle);
+    OrvaEventBlock* block = eventBlock(m_pHandle);
+    internal::pinEventBlock(block);
     OrvaNotification* notification = createNotification();
+    takeOverAnnouncement(block);
+    // From here on this event may be destroyed, by a dependent or by another
+    // thread: only the block is used until the event is known to be alive.
     try
     {
-        m_oCollaborator.notify(*notification);
+        block->m_oDependents.notify(*notification);
     }
     catch (...)
     {
         // A dependent's failure (or the thread's cancellation) passes on; the
         // waiters are then not woken.
-        destroyNotification(notification);
+        finishDelivery(block, notification);
+        internal::unpinEventBlock(block);
         throw;
     }
-    destroyNotification(notification);
+    finishDelivery(block, notification);
     // The mutex is not taken: a set() that comes before a waiter has entered
     // its wait is lost.
-    pthread_cond_broadcast(&eventBlock(m_pHandle)->m_cond);
+    pthread_cond_broadcast(&block->m_cond);
+    internal::unpinEventBlock(block);
+}
+
+// Hands the notification back to the event, or deletes it if the event is
+// gone. The block's mutex keeps the event from finishing its destruction
+// meanwhile.
+void OrvaEvent::finishDelivery(void* handle, OrvaNotification* notification)
+{
+    OrvaEventBlock* block = eventBlock(handle);
+    pthread_mutex_lock(&block->m_mutex);
+    if (block->m_bOrphaned)
+        delete notification;
+    else
+        destroyNotification(notification);
+    pthread_mutex_unlock(&block->m_mutex);
 }
 
 void OrvaEvent::reset()
@@ -103,18 +194,24 @@ void OrvaEvent::reset()
         pthread_cond_init(&eventBlock(m_pHandle)->m_cond, nullptr);
 }
 
+// The library's threads run with asynchronous cancellation. For the wait it
+// is held back (a shield), so that it can only act inside the condition wait,
+// which takes the mutex back before the clean-up gives it up. When the shield
+// is left, a cancellation that came meanwhile acts at once. This frame keeps
+// no exception tables, so that it may do so.
 int OrvaEvent::wait(int milliseconds)
 {
     if (!m_pHandle)
         return 0;
-    OrvaEventBlock* block = eventBlock(m_pHandle);
+    internal::enterKillShield();
+    const int rc = waitOnBlock(m_pHandle, milliseconds);
+    internal::leaveKillShield();
+    return waitResult(rc);
+}
 
-    // The library's threads run with asynchronous cancellation. For the wait
-    // cancellation is deferred, so that it can only act inside the condition
-    // wait, which takes the mutex back before the clean-up gives it up. Once
-    // the old type is back, a cancellation that came meanwhile acts at once.
-    int oldType = PTHREAD_CANCEL_DEFERRED;
-    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &oldType);
+int OrvaEvent::waitOnBlock(void* handle, int milliseconds)
+{
+    OrvaEventBlock* block = eventBlock(handle);
     int rc = 0;
     pthread_mutex_lock(&block->m_mutex);
     pthread_cleanup_push(unlockEventMutex, &block->m_mutex);
@@ -128,8 +225,7 @@ int OrvaEvent::wait(int milliseconds)
         rc = pthread_cond_timedwait(&block->m_cond, &block->m_mutex, &deadline);
     }
     pthread_cleanup_pop(1);
-    pthread_setcanceltype(oldType, nullptr);
-    return waitResult(rc);
+    return rc;
 }
 
 void* OrvaEvent::getHandle()
@@ -147,14 +243,18 @@ void OrvaEvent::destroyNotification(OrvaNotification* notification)
     delete notification;
 }
 
+// The dependents are kept in the counted block rather than in the
+// collaborator member, so that a delivery outlives the event.
 void OrvaEvent::addDependent(OrvaDependent& dependent)
 {
-    m_oCollaborator.addDependent(dependent);
+    if (m_pHandle)
+        eventBlock(m_pHandle)->m_oDependents.addDependent(dependent);
 }
 
 void OrvaEvent::removeDependent(OrvaDependent& dependent)
 {
-    m_oCollaborator.removeDependent(dependent);
+    if (m_pHandle)
+        eventBlock(m_pHandle)->m_oDependents.removeDependent(dependent);
 }
 
 } // namespace OrvaSupport

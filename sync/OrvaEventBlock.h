@@ -3,21 +3,35 @@
 #ifndef OVKIT_SYNC_ORVAEVENTBLOCK_H
 #define OVKIT_SYNC_ORVAEVENTBLOCK_H
 
+#include <ovkit/OrvaNotification.h>
+
+#include <atomic>
 #include <pthread.h>
-#include <sched.h>
 
 namespace OrvaSupport
 {
+namespace internal
+{
 
 // The condition variable comes first and its mutex second, so that a client
-// that reads getHandle() finds them where it expects. The count behind them
-// is the number of set() calls under way on this event: the event is not
-// destroyed while one of them still uses it.
+// that reads getHandle() finds them where it expects.
+//
+// The block is counted: the event holds one reference, and every set() under
+// way holds one more. It also keeps the event's dependents. So a set() that is
+// delivering while its event is destroyed (by a dependent, or by another
+// thread) goes on with memory that is still there, and the destructor never
+// waits for a delivery: it marks the block as orphaned and lets the last
+// reference free it.
 struct OrvaEventBlock
 {
     pthread_cond_t m_cond;
     pthread_mutex_t m_mutex;
-    int m_nSetsUnderWay;
+    std::atomic<int> m_nReferences;
+    // Firings the timer manager has decided on, whose set() has not yet
+    // taken its own reference; a dying timer waits for these (see below).
+    std::atomic<int> m_nAnnounced;
+    bool m_bOrphaned; // the event is gone; guarded by m_mutex
+    OrvaCollaborator m_oDependents;
 };
 
 inline OrvaEventBlock* eventBlock(void* handle)
@@ -25,45 +39,22 @@ inline OrvaEventBlock* eventBlock(void* handle)
     return static_cast<OrvaEventBlock*>(handle);
 }
 
-// Marks a set() as under way. The timer manager calls it while the timer is
-// still on its list, so that a timer whose owner takes it off the list and
-// destroys it waits for a firing that has already been decided.
-inline void beginEventSet(void* handle)
-{
-    if (handle)
-        __atomic_add_fetch(&eventBlock(handle)->m_nSetsUnderWay, 1, __ATOMIC_SEQ_CST);
-}
+OrvaEventBlock* newEventBlock();
+void pinEventBlock(OrvaEventBlock* block);
+void unpinEventBlock(OrvaEventBlock* block);
 
-inline void endEventSet(void* handle)
-{
-    if (handle)
-        __atomic_sub_fetch(&eventBlock(handle)->m_nSetsUnderWay, 1, __ATOMIC_SEQ_CST);
-}
+// The timer manager announces a firing while the timer is still on its list,
+// then calls set() with the list lock given up. The timer's destructor, which
+// takes it off the list first, waits until every announced set() has pinned
+// the block (a few instructions of library code, never a dependent), so the
+// set() call itself never lands on a destroyed timer.
+void announceEventSet(OrvaEventBlock* block);
+// Called by the manager after set() returned, in case set() (overridden)
+// never reached the point where it takes over the announcement.
+void settleEventAnnouncement(OrvaEventBlock* block);
+void waitForAnnouncedSets(OrvaEventBlock* block);
 
-// Waits until no set() uses the event any more. Must not be called from
-// inside a set() of the same event.
-inline void waitForEventSets(void* handle)
-{
-    if (!handle)
-        return;
-    while (__atomic_load_n(&eventBlock(handle)->m_nSetsUnderWay, __ATOMIC_SEQ_CST) != 0)
-        sched_yield();
-}
-
-// Keeps a set() marked as under way for a scope, also when a dependent throws.
-class EventSetMark
-{
-public:
-    explicit EventSetMark(void* handle) : m_pHandle(handle) { beginEventSet(m_pHandle); }
-    ~EventSetMark() { endEventSet(m_pHandle); }
-
-    EventSetMark(const EventSetMark&) = delete;
-    EventSetMark& operator=(const EventSetMark&) = delete;
-
-private:
-    void* m_pHandle;
-};
-
+} // namespace internal
 } // namespace OrvaSupport
 
 #endif // OVKIT_SYNC_ORVAEVENTBLOCK_H

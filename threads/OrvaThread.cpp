@@ -2,6 +2,7 @@
 
 #include <ovkit/OrvaModule.h>
 
+#include "threads/LibraryRuntime.h"
 #include "threads/LibrarySignals.h"
 
 #include <cerrno>
@@ -18,32 +19,14 @@ template class OrvaSmartPointer<OrvaThread>;
 template class OrvaSmartPointer<OrvaThread::OrvaRunnable>;
 template class OrvaSmartPointer<OrvaWorkInformation>;
 
-OrvaCriticalSectionObject g_exitThreadLock;
-std::vector<unsigned long> g_vExitThreads;
+// The exit list is built ahead of the library's module record and so dies
+// after the module's stop sequence: threads that end while the process exits
+// (the stop sequence waits for the library's own) always find it in place.
+OrvaCriticalSectionObject g_exitThreadLock __attribute__((init_priority(101)));
+std::vector<unsigned long> g_vExitThreads __attribute__((init_priority(101)));
 
 namespace
 {
-
-// At exit the exit list and its lock die before the library's stop sequence,
-// while self-deleting threads (timer expiries among them) may still end and
-// SIGUSR2 may still arrive. This object is defined after the two, so it dies
-// first: from then on the list is left alone, and a thread that ends detaches
-// itself instead of waiting to be joined.
-bool s_bExitListGone = false;
-
-struct ExitListCloser
-{
-    ~ExitListCloser()
-    {
-        OrvaCriticalSection guard(g_exitThreadLock, true);
-        __atomic_store_n(&s_bExitListGone, true, __ATOMIC_SEQ_CST);
-    }
-} s_exitListCloser;
-
-inline bool exitListGone()
-{
-    return __atomic_load_n(&s_bExitListGone, __ATOMIC_SEQ_CST);
-}
 
 // The running flag is written by the thread and read by others. Atomic
 // accesses are plain moves on this machine; the release order also makes the
@@ -58,80 +41,60 @@ inline void storeFlag(bool& flag, bool value)
     __atomic_store_n(&flag, value, __ATOMIC_RELEASE);
 }
 
+// The block behind getHandle(): the thread id first, where clients expect a
+// pthread_t, then whether someone has joined or detached the thread. A
+// thread nobody joins is detached when its object lets go of the handle, so
+// that its stack is given back.
+struct ThreadHandle
+{
+    pthread_t m_id;
+    bool m_bReleased;
+};
+
 std::string defaultThreadName()
 {
     return "class " + OrvaObjectBase::normalizeClassName(typeid(OrvaThread).name());
 }
 
-pthread_t* threadHandle(void* handle)
+ThreadHandle* threadHandle(void* handle)
 {
-    return static_cast<pthread_t*>(handle);
+    return static_cast<ThreadHandle*>(handle);
 }
 
-// Joins the self-deleted threads, on whatever thread receives SIGUSR2.
+// Handles SIGUSR2 on whatever thread receives it. A self-deleted thread
+// detaches itself before it leaves its id here, so there is nothing left to
+// join: the handler empties the list. It neither blocks nor frees memory (a
+// signal handler must not): a busy lock means a thread is adding its id, and
+// that thread sends a signal of its own afterwards.
 void joinExitedThreads(int)
 {
-    if (exitListGone())
-        return;
     const int savedErrno = errno;
+    if (g_exitThreadLock.testAndSet())
     {
-        OrvaCriticalSection guard(g_exitThreadLock, true);
-        if (!exitListGone())
-        {
-            for (unsigned long id : g_vExitThreads)
-                pthread_join(static_cast<pthread_t>(id), nullptr);
-            g_vExitThreads.clear();
-        }
+        g_vExitThreads.clear();
+        g_exitThreadLock.unlock();
     }
     errno = savedErrno;
 }
 
-// The last act of a thread that deleted its own object: leaves its id to be
-// joined and tells the process. SIGUSR2 stays blocked on this thread, so the
-// handler cannot run here, neither inside the list update nor on the thread
-// it is about to join.
+// The last act of a thread that deleted its own object: leaves its id in the
+// exit list and tells the process. SIGUSR2 stays blocked on this thread, so
+// its handler cannot break in while this thread holds the list.
 void announceExit(pthread_t id)
 {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    if (exitListGone())
-    {
-        pthread_detach(id);
-        return;
-    }
     g_exitThreadLock.lock();
-    const bool listed = !exitListGone();
-    if (listed)
-        g_vExitThreads.push_back(static_cast<unsigned long>(id));
-    else
-        pthread_detach(id);
+    g_vExitThreads.push_back(static_cast<unsigned long>(id));
     g_exitThreadLock.unlock();
-    if (listed)
-        kill(getpid(), SIGUSR2);
+    kill(getpid(), SIGUSR2);
 }
 
-// Creates the thread with the library's signals blocked on the calling
-// thread: their handlers create and join threads, which must not happen on a
-// thread that is itself inside pthread_create (the thread library's own locks
-// are held there). The new thread starts with the caller's signal mask, as it
-// would without this.
-bool createThread(pthread_t* handle, OrvaThread* thread)
+bool createThread(pthread_t* id, OrvaThread* thread)
 {
-    sigset_t librarySignals, callerMask;
-    librarySignalSet(&librarySignals);
-    pthread_sigmask(SIG_BLOCK, &librarySignals, &callerMask);
-    pthread_attr_t attributes;
-    bool created = false;
-    if (pthread_attr_init(&attributes) == 0)
-    {
-        pthread_attr_setsigmask_np(&attributes, &callerMask);
-        created = pthread_create(handle, &attributes, OrvaThreadFn, thread) == 0;
-        pthread_attr_destroy(&attributes);
-    }
-    pthread_sigmask(SIG_SETMASK, &callerMask, nullptr);
-    return created;
+    return pthread_create(id, nullptr, OrvaThreadFn, thread) == 0;
 }
 
 } // namespace
@@ -157,8 +120,6 @@ void* OrvaThreadFn(void* object)
 {
     OrvaThread* thread = static_cast<OrvaThread*>(object);
     bool markedForDeath = false;
-    bool haveId = false;
-    pthread_t id = pthread_t();
 
     pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
     pthread_cleanup_push(OrvaCriticalSectionRecoverFn, nullptr);
@@ -170,23 +131,26 @@ void* OrvaThreadFn(void* object)
         thread->m_nExitCode = rc;
         storeFlag(thread->m_bRunning, false);
     }
-    else if (thread->m_pHandle)
-    {
-        id = pthread_self();
-        haveId = true;
-    }
     pthread_cleanup_pop(0);
 
-    if (!markedForDeath)
-        return nullptr;
-    delete thread;
-    if (haveId)
-        announceExit(id);
+    // A thread that owns itself lets go of its handle in the destructor,
+    // which detaches it: nobody is left to join it.
+    if (markedForDeath)
+    {
+        const bool announce = thread->m_pHandle != nullptr;
+        delete thread;
+        if (announce)
+            announceExit(pthread_self());
+    }
+    internal::endOfThreadFunction();
     return nullptr;
 }
 
 void OVKITInitOrvaThread()
 {
+    internal::startLibraryRuntime();
+    // Opened now, so that the SIGUSR2 handler never has to allocate.
+    g_exitThreadLock.init();
     installLibrarySignalHandler(SIGUSR2, joinExitedThreads);
 }
 
@@ -270,14 +234,15 @@ void OrvaThread::start()
 {
     if (m_pHandle)
         return;
-    pthread_t* handle = new pthread_t();
+    ThreadHandle* handle = new ThreadHandle();
     m_pHandle = handle;
     // Running is set before the thread exists: a thread marked for death may
     // delete this object before pthread_create has returned, and a short one
     // may have ended already.
     storeFlag(m_bRunning, true);
-    if (!createThread(handle, this))
+    if (!createThread(&handle->m_id, this))
     {
+        internal::noteStartFailure();
         storeFlag(m_bRunning, false);
         m_pHandle = nullptr;
         delete handle;
@@ -297,7 +262,9 @@ int OrvaThread::wait(int milliseconds)
         return 0;
     if (milliseconds == -1)
     {
-        pthread_join(*threadHandle(m_pHandle), nullptr);
+        ThreadHandle* handle = threadHandle(m_pHandle);
+        if (pthread_join(handle->m_id, nullptr) == 0)
+            handle->m_bReleased = true;
         return 0;
     }
     return wait(1, this, true, milliseconds);
@@ -331,8 +298,11 @@ void OrvaThread::setMarkForDeath()
 void OrvaThread::setMarkForKill()
 {
     m_bMarkForKill = true;
-    if (m_pHandle)
-        pthread_detach(*threadHandle(m_pHandle));
+    if (m_pHandle && !threadHandle(m_pHandle)->m_bReleased)
+    {
+        pthread_detach(threadHandle(m_pHandle)->m_id);
+        threadHandle(m_pHandle)->m_bReleased = true;
+    }
 }
 
 void OrvaThread::kill()
@@ -343,13 +313,16 @@ void OrvaThread::kill()
     // once it is gone (detached, or joined) its id may already name another
     // thread: only a running thread is cancelled.
     if (loadFlag(m_bRunning))
-        pthread_cancel(*threadHandle(m_pHandle));
+        pthread_cancel(threadHandle(m_pHandle)->m_id);
     cleanup(m_pHandle);
 }
 
 void OrvaThread::cleanup(void*& handle)
 {
-    delete threadHandle(handle);
+    ThreadHandle* block = threadHandle(handle);
+    if (block && !block->m_bReleased)
+        pthread_detach(block->m_id);
+    delete block;
     handle = nullptr;
     storeFlag(m_bRunning, false);
 }

@@ -20,9 +20,11 @@ public:
     explicit ThreadWaitTimer(bool* timedOut) : m_pTimedOut(timedOut) {}
     ~ThreadWaitTimer() override
     {
-        // A firing that is under way still calls this class's set().
+        // A firing that the manager has decided on still calls this class's
+        // set(): wait until it is inside the event's own delivery.
         stop();
-        waitForEventSets(getHandle());
+        if (void* handle = getHandle())
+            internal::waitForAnnouncedSets(internal::eventBlock(handle));
     }
 
     void set() override

@@ -4,7 +4,9 @@
 #include <ovkit/OrvaModule.h>
 #include <ovkit/OrvaThread.h>
 
+#include "sync/LockInternals.h"
 #include "sync/OrvaEventBlock.h"
+#include "threads/LibraryRuntime.h"
 #include "threads/LibrarySignals.h"
 
 #include <algorithm>
@@ -18,35 +20,43 @@
 namespace OrvaSupport
 {
 
-/// The short-lived thread that does the firing after each SIGALRM. It deletes
-/// itself when done. The live ones are counted, so that the manager's
-/// destructor can let them finish before the process takes the library down.
+/// The short-lived thread that does the firing after a SIGALRM. It deletes
+/// itself when done. A parked one is created ahead, outside signal context,
+/// and waits until the signal handler releases it; the handler itself only
+/// posts a semaphore. Every expiry thread is one of the library's own threads,
+/// which the stop sequence lets end before it takes the library down.
 class OrvaTimerThread : public OrvaThread
 {
 public:
-    explicit OrvaTimerThread(OrvaTimerManager* manager) : m_pManager(manager)
+    OrvaTimerThread(OrvaTimerManager* manager, bool parked) : m_pManager(manager), m_bParked(parked)
     {
-        __atomic_add_fetch(&s_nLiveThreads, 1, __ATOMIC_SEQ_CST);
+        internal::libraryThreadCreated();
     }
-    ~OrvaTimerThread() override { __atomic_sub_fetch(&s_nLiveThreads, 1, __ATOMIC_SEQ_CST); }
+    ~OrvaTimerThread() override
+    {
+        if (!getHandle())
+            internal::libraryThreadDiscarded(); // never started
+    }
 
     using OrvaThread::run;
     int run() override
     {
+        internal::markLibraryThread();
+        if (m_bParked)
+        {
+            internal::waitForExpiryRelease();
+            internal::releaseExpiryParking();
+        }
         if (OrvaTimerManager::isExiting() || m_pManager->isStopping())
             return 0;
         m_pManager->elapsed();
         return 0;
     }
 
-    static int liveThreads() { return __atomic_load_n(&s_nLiveThreads, __ATOMIC_SEQ_CST); }
-
 private:
-    static int s_nLiveThreads;
     OrvaTimerManager* m_pManager;
+    bool m_bParked;
 };
-
-int OrvaTimerThread::s_nLiveThreads = 0;
 
 OrvaTimerManager* OrvaTimerManager::m_pThis = nullptr;
 bool OrvaTimerManager::m_bExiting = false;
@@ -64,79 +74,23 @@ inline void storeFlag(bool& flag, bool value)
     __atomic_store_n(&flag, value, __ATOMIC_SEQ_CST);
 }
 
-// Holds the manager's list lock with SIGUSR1 blocked on this thread. The
-// SIGUSR1 handler enters the list itself; on the very thread that is in the
-// middle of changing the list the recursive lock would let it in. Blocked
-// here, the signal goes to another thread, which waits for the lock, or waits
-// itself until the lock is left.
-class ListGuard
-{
-public:
-    explicit ListGuard(OrvaCriticalSectionObject& lock) : m_rLock(lock), m_bHeld(false) { enter(); }
-    ~ListGuard()
-    {
-        if (m_bHeld)
-            leave();
-    }
-
-    void enter()
-    {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGUSR1);
-        pthread_sigmask(SIG_BLOCK, &signals, &m_oSavedMask);
-        m_rLock.lock();
-        m_bHeld = true;
-    }
-
-    void leave()
-    {
-        m_bHeld = false;
-        m_rLock.unlock();
-        pthread_sigmask(SIG_SETMASK, &m_oSavedMask, nullptr);
-    }
-
-    ListGuard(const ListGuard&) = delete;
-    ListGuard& operator=(const ListGuard&) = delete;
-
-private:
-    OrvaCriticalSectionObject& m_rLock;
-    bool m_bHeld;
-    sigset_t m_oSavedMask;
-};
-
-// The handlers ask isExiting() first: after the manager is gone they end
-// exactly as the caught failure of getInstance() would, without building an
-// exception while the process is shutting down.
+// Both handlers only release the parked expiry thread: a signal handler
+// must not allocate, create a thread or run a dependent, and the thread it
+// interrupts is arbitrary. The expiry thread scans, and its scan ends by
+// arming the system timer again. SIGUSR1 is no longer sent by the library
+// (arming is done where it is decided); one that arrives is treated as a
+// request to scan and re-arm.
 void timerExpired(int)
 {
     const int savedErrno = errno;
-    if (!OrvaTimerManager::isExiting())
-    {
-        try
-        {
-            OrvaTimerManager::getInstance()->timeout();
-        }
-        catch (OrvaException&)
-        {
-        }
-    }
+    internal::releaseExpiryThread();
     errno = savedErrno;
 }
 
 void armTimer(int)
 {
     const int savedErrno = errno;
-    if (!OrvaTimerManager::isExiting())
-    {
-        try
-        {
-            OrvaTimerManager::getInstance()->reset(true);
-        }
-        catch (OrvaException&)
-        {
-        }
-    }
+    internal::releaseExpiryThread();
     errno = savedErrno;
 }
 
@@ -144,6 +98,7 @@ void armTimer(int)
 
 void OVKITInitOrvaTimer()
 {
+    internal::setChildForkHandler(OrvaTimerManager::resumeAfterFork);
     installLibrarySignalHandler(SIGALRM, timerExpired);
     installLibrarySignalHandler(SIGUSR1, armTimer);
 }
@@ -202,9 +157,11 @@ OrvaTimer::OrvaTimer(long seconds, long milliseconds, bool oneShot)
 OrvaTimer::~OrvaTimer()
 {
     stop();
-    // A firing that the manager decided on before the timer left its list may
-    // still be running set() on another thread.
-    waitForEventSets(getHandle());
+    // A firing that the manager decided on before the timer left its list is
+    // about to call set(): wait until that call has taken over the event's
+    // block. The delivery itself is not waited for.
+    if (void* handle = getHandle())
+        internal::waitForAnnouncedSets(internal::eventBlock(handle));
 }
 
 void OrvaTimer::reset()
@@ -238,11 +195,11 @@ void OrvaTimer::start(long seconds, long milliseconds, bool oneShot)
 
 void OrvaTimer::stop()
 {
-    if (!isQueued() || OrvaTimerManager::isExiting())
+    if (OrvaTimerManager::isExiting() || !OrvaTimerManager::m_pThis)
         return;
     try
     {
-        OrvaTimerManager::getInstance()->remove(*this);
+        OrvaTimerManager::getInstance()->removeIfQueued(*this);
     }
     catch (OrvaException&)
     {
@@ -300,16 +257,18 @@ OrvaTimerManager::~OrvaTimerManager()
 {
     storeFlag(m_bExiting, true);
     cancelTimer();
-    // Expiry threads still under way use this manager, and the process-wide
-    // locks that the stop sequence is about to destroy: give them a bounded
-    // time to end, so that a process leaving right after a firing is safe.
-    for (int waited = 0; waited < 2000 && OrvaTimerThread::liveThreads() > 0; ++waited)
-        usleep(1000);
+    // The library's threads still under way (the parked expiry thread, a
+    // scan, a log watchdog) use this manager and the process-wide locks that
+    // the stop sequence is about to destroy. The parked one is released; all
+    // are waited for, on a condition, for at most two seconds (a dependent
+    // that never returns must not hold up the process's exit for ever).
+    internal::releaseExpiryThread();
+    internal::waitForLibraryThreads(2000);
 }
 
 void OrvaTimerManager::add(OrvaTimer& timer)
 {
-    ListGuard guard(m_oListLock);
+    OrvaCriticalSection guard(m_oListLock, true);
     addImpl(timer);
     reset(false);
 }
@@ -326,22 +285,35 @@ void OrvaTimerManager::addImpl(OrvaTimer& timer)
     storeFlag(timer.m_bQueued, true);
 }
 
+void OrvaTimerManager::removeIfQueued(OrvaTimer& timer)
+{
+    OrvaCriticalSection guard(m_oListLock, true);
+    if (timer.m_bQueued)
+        remove(timer);
+}
+
 void OrvaTimerManager::remove(OrvaTimer& timer)
 {
-    ListGuard guard(m_oListLock);
+    OrvaCriticalSection guard(m_oListLock, true);
     m_vTimers.erase(std::remove(m_vTimers.begin(), m_vTimers.end(), &timer), m_vTimers.end());
     // An operating-system timer that is running is left to expire; its
     // SIGALRM then finds nothing to do.
     if (!m_vTimers.empty())
+    {
         reset(false);
+    }
     else
+    {
         cancelTimer();
+        // No timer left: the parked expiry thread need not wait any longer.
+        internal::releaseParkedExpiryThread();
+    }
     storeFlag(timer.m_bQueued, false);
 }
 
 void OrvaTimerManager::reset(bool fromSignal)
 {
-    ListGuard guard(m_oListLock);
+    OrvaCriticalSection guard(m_oListLock, true);
     if (m_bElapsing || m_vTimers.empty())
         return;
     const OrvaTimer::TimeInterval& first = m_vTimers.front()->m_oTrigger;
@@ -350,22 +322,73 @@ void OrvaTimerManager::reset(bool fromSignal)
     if (m_oNextInterval.m_nSeconds < 0 ||
         (m_oNextInterval.m_nSeconds == 0 && m_oNextInterval.m_nMilliseconds == 0))
     {
-        // Already due: fired here, on the caller's thread (a client in
-        // start(), or the SIGUSR1 handler).
-        scan(true);
+        // Already due: fired here, on the caller's thread, when the caller is
+        // a client; a request that came through a signal goes to an expiry
+        // thread.
+        if (fromSignal)
+            handOverFiring();
+        else
+            scan(true);
         return;
     }
-    if (!fromSignal)
-    {
-        // The arming itself is done by the SIGUSR1 handler, wherever it runs.
-        kill(getpid(), SIGUSR1);
-        return;
-    }
-    // The milliseconds go into the microsecond field as they are.
+    // A thread waits for the expiry before the system timer is armed. The
+    // milliseconds go into the microsecond field as they are.
+    parkExpiryThread();
     itimerval value = {};
     value.it_value.tv_sec = m_oNextInterval.m_nSeconds;
     value.it_value.tv_usec = m_oNextInterval.m_nMilliseconds;
     setitimer(ITIMER_REAL, &value, nullptr);
+}
+
+// Parks an expiry thread unless one is parked already. Outside signal
+// context; a thread that cannot be created is tried again at the next arming,
+// and a release posted meanwhile waits in the semaphore.
+void OrvaTimerManager::parkExpiryThread()
+{
+    if (isExiting() || !internal::claimExpiryParking())
+        return;
+    if (!startExpiryThread(true))
+        internal::releaseExpiryParking();
+}
+
+bool OrvaTimerManager::startExpiryThread(bool parked)
+{
+    OrvaTimerThread* thread = new OrvaTimerThread(this, parked);
+    thread->setMarkForDeath();
+    internal::takeStartFailure();
+    thread->start();
+    // A started thread may have deleted itself already: touch it only if no
+    // thread came into being.
+    if (!internal::takeStartFailure())
+        return true;
+    delete thread;
+    return false;
+}
+
+// A due firing that cannot be done here: the scan is left to an expiry
+// thread, which waits for any scan under way and then makes its own, so no
+// firing is lost.
+void OrvaTimerManager::handOverFiring()
+{
+    parkExpiryThread();
+    internal::releaseExpiryThread();
+}
+
+// In a child after fork() only the forking thread lives on: a lock that
+// another thread held stays held for ever, a scan under way never ends, and
+// the system timer is not inherited. Take the state back and arm again, so
+// that timers keep working in the child.
+void OrvaTimerManager::resumeAfterFork()
+{
+    if (g_pCriticalSection)
+        internal::reclaimLockAfterFork(*g_pCriticalSection);
+    OrvaTimerManager* manager = m_pThis;
+    if (!manager || isExiting())
+        return;
+    internal::reclaimLockAfterFork(manager->m_oElapseLock);
+    internal::reclaimLockAfterFork(manager->m_oListLock);
+    manager->endScan();
+    manager->reset(false);
 }
 
 void OrvaTimerManager::elapsed()
@@ -382,7 +405,10 @@ void OrvaTimerManager::scan(bool fromReset)
     if (fromReset)
     {
         if (!m_oElapseLock.testAndSet())
+        {
+            handOverFiring();
             return;
+        }
     }
     else
     {
@@ -391,13 +417,33 @@ void OrvaTimerManager::scan(bool fromReset)
     struct ElapseRelease
     {
         OrvaCriticalSectionObject& lock;
-        ~ElapseRelease() { lock.unlock(); }
+        ~ElapseRelease() noexcept(false) { lock.unlock(); }
     } release{m_oElapseLock};
 
     if (m_bElapsing)
         return;
 
-    ListGuard list(m_oListLock);
+    m_oListLock.lock();
+    struct ListRelease
+    {
+        OrvaCriticalSectionObject& lock;
+        bool held;
+        ~ListRelease() noexcept(false)
+        {
+            if (held)
+                lock.unlock();
+        }
+        void leave()
+        {
+            held = false;
+            lock.unlock();
+        }
+        void enter()
+        {
+            lock.lock();
+            held = true;
+        }
+    } list{m_oListLock, true};
     m_bElapsing = true;
     std::size_t position = 0;
     for (;;)
@@ -414,9 +460,11 @@ void OrvaTimerManager::scan(bool fromReset)
             ++position;
             continue;
         }
-        // Marked as being set while it is still on the list: an owner that
-        // takes it off and destroys it waits for this firing.
-        EventSetMark mark(timer->getHandle());
+        // Announced while it is still on the list: an owner that takes it off
+        // and destroys it waits until set() has taken over the event's block.
+        internal::OrvaEventBlock* block = internal::eventBlock(timer->getHandle());
+        if (block)
+            internal::announceEventSet(block);
         remove(*timer);
         if (!timer->isOneShot())
             addImpl(*timer);
@@ -428,6 +476,8 @@ void OrvaTimerManager::scan(bool fromReset)
         catch (abi::__forced_unwind&)
         {
             // This thread is being cancelled: leave the list fit for the next scan.
+            if (block)
+                internal::settleEventAnnouncement(block);
             list.enter();
             endScan();
             throw;
@@ -436,6 +486,8 @@ void OrvaTimerManager::scan(bool fromReset)
         {
             // A failing dependent must not stop the timers of the process.
         }
+        if (block)
+            internal::settleEventAnnouncement(block);
         list.enter();
         position = 0;
     }
@@ -453,16 +505,14 @@ void OrvaTimerManager::endScan()
 
 void OrvaTimerManager::timeout()
 {
-    OrvaTimerThread* thread = new OrvaTimerThread(this);
-    thread->setMarkForDeath();
-    thread->start();
+    startExpiryThread(false);
 }
 
 void OrvaTimerManager::cancelTimer()
 {
     storeFlag(m_bStopping, true);
     {
-        ListGuard guard(m_oListLock);
+        OrvaCriticalSection guard(m_oListLock, true);
         m_oManagerEvent.set();
     }
     storeFlag(m_bStopping, false);
@@ -475,7 +525,7 @@ bool OrvaTimerManager::isStopping() const
 
 std::size_t OrvaTimerManager::getTimerCount()
 {
-    ListGuard guard(m_oListLock);
+    OrvaCriticalSection guard(m_oListLock, true);
     return m_vTimers.size();
 }
 

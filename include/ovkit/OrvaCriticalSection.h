@@ -78,6 +78,12 @@ public:
 namespace OrvaSupport
 {
 
+class OrvaCriticalSectionObject;
+namespace internal
+{
+void reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
+}
+
 extern template class OVKIT_API OrvaSmartPointer<LockImplementation>;
 
 /// Handle on a recursive lock. Unlock by a thread that does not own the lock
@@ -120,6 +126,8 @@ public:
     void unwind();
 
 private:
+    friend void internal::reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
+
     LockImplementation* impl();
     void open();
 

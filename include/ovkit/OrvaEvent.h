@@ -41,10 +41,11 @@ public:
 /// Failures of the thread library in set() and reset() are ignored; wait()
 /// reports through its result and never throws.
 ///
-/// Lifetime: the destructor waits until a set() that is running on another
-/// thread has finished with the event, so a waiter may destroy the event as
-/// soon as it has been woken. An event must therefore not be destroyed from
-/// inside its own set(), that is from one of its dependents' callbacks.
+/// Lifetime: an event may be destroyed while a set() delivers to its
+/// dependents, also by one of those dependents. The destructor does not wait
+/// for the delivery: the delivery goes on with the remaining dependents, hands
+/// its notification to the event only if the event still exists (otherwise
+/// deletes it), and wakes nobody who could still be waiting on a dead event.
 class OVKIT_API OrvaEvent
 {
 public:
@@ -83,6 +84,11 @@ public:
     OrvaEvent& operator=(const OrvaEvent&) = delete;
 
 private:
+    void finishDelivery(void* handle, OrvaNotification* notification);
+    static int waitOnBlock(void* handle, int milliseconds);
+
+    /// Kept for the layout; the dependents live in the block behind the
+    /// handle, which a delivery under way keeps alive.
     OrvaCollaborator m_oCollaborator;
     void* m_pHandle;
 };

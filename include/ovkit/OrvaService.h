@@ -20,7 +20,8 @@
 //     0    onStart returned true
 //     1    onStart returned false, or the child ended without a report
 //     253  (-3) no report within 60 seconds; the child goes on regardless
-//     252  (-4) waiting for the report failed (select, e.g. interrupted)
+//     252  (-4) waiting for the report failed (a signal that interrupts
+//          the wait does not count: the wait goes on to its limit)
 //
 // The frame catches SIGINT, SIGTERM and SIGPIPE, and on the daemon road also
 // SIGCHLD. Only the first SIGINT or SIGTERM of a process reaches a service;
@@ -109,9 +110,9 @@ public:
     /// it sets serviceStopped and returns false, and the child has to leave
     /// by itself. The child keeps its standard streams as they were.
     /// If the pipe or the fork cannot be made, there is no child and start
-    /// returns false in the calling process, without calling onStart. A start
-    /// pipe whose read end is too high a descriptor for select counts as a
-    /// pipe that could not be made.
+    /// returns false in the calling process, without calling onStart. The
+    /// pipe is watched with poll(), so a process with many open files starts
+    /// a daemon like any other.
     ///
     /// Exceptions from onStart and onStop pass through.
     bool start(const std::string& argument, bool daemon);

@@ -120,6 +120,12 @@ private:
 /// Lock order: the elapse lock (one scan at a time) before the list lock. A
 /// scan holds the elapse lock while it calls the timers' set(), so a slow
 /// dependent delays every other timer.
+///
+/// The signal handlers only post a semaphore; the firing is done by an
+/// expiry thread that was created ahead and parked. In a child process after
+/// fork() the manager takes back its locks and arms the system timer again.
+/// At unload the manager waits (at most two seconds) for the library's own
+/// threads that are still under way.
 class OVKIT_API OrvaTimerManager
 {
 public:
@@ -144,14 +150,14 @@ public:
     /// a system timer that is still running then expires with nothing to do.
     void remove(OrvaTimer& timer);
     /// Arms for the earliest timer. A timer that is already due is fired at
-    /// once on the calling thread, unless another thread holds the elapse
-    /// lock: that thread has a scan, or the re-arming after one, still ahead
-    /// and fires it then (waiting for it here, with the list lock held,
-    /// could deadlock). Otherwise, from a client (`fromSignal`
-    /// false), it sends SIGUSR1 to the process, whose handler comes back with
-    /// `fromSignal` true and calls setitimer. The milliseconds go into the
-    /// microsecond field unscaled, so 500 milliseconds arm 500 microseconds.
-    /// Does nothing during a scan or with an empty list.
+    /// once on the calling thread (`fromSignal` false), unless another thread
+    /// holds the elapse lock (waiting for it here, with the list lock held,
+    /// could deadlock); then, and always with `fromSignal` true, the firing
+    /// is handed to an expiry thread, which scans as soon as the scan under
+    /// way is over. Otherwise it makes sure an expiry thread is parked and
+    /// calls setitimer with the time to the earliest firing. The milliseconds
+    /// go into the microsecond field unscaled, so 500 milliseconds arm 500
+    /// microseconds. Does nothing during a scan or with an empty list.
     void reset(bool fromSignal);
     /// The scan: sets each due timer once, in list order, re-queueing the
     /// repeating ones from the present time, then re-arms. The set() calls
@@ -159,7 +165,8 @@ public:
     /// exception from a timer's dependents is dropped, so that the other
     /// timers go on.
     void elapsed();
-    /// Starts a self-deleting thread that runs elapsed(). Called on SIGALRM.
+    /// Starts a self-deleting thread that runs elapsed(). (A SIGALRM releases
+    /// an expiry thread that was parked ahead, outside signal context.)
     void timeout();
     /// Marks the manager as stopping while it sets the manager event.
     void cancelTimer();
@@ -181,8 +188,16 @@ protected:
     virtual ~OrvaTimerManager();
 
 private:
+    friend class OrvaTimer;
+    friend void OVKITInitOrvaTimer();
+
     void scan(bool fromReset);
     void endScan();
+    void removeIfQueued(OrvaTimer& timer);
+    void parkExpiryThread();
+    bool startExpiryThread(bool parked);
+    void handOverFiring();
+    static void resumeAfterFork();
 
     OrvaEvent m_oManagerEvent;
     std::vector<OrvaTimer*> m_vTimers;
