@@ -9,6 +9,9 @@ the repetitions (wall-clock time per iteration), ratio = ours / peer.
 
     bench/report.py [--build-dir build/bench] [--repetitions 5] [-- extra flags]
 
+Below the table, medians whose runs spread widely (coefficient of variation
+above 10 %) are named: read those rows with care, or run again.
+
 Programs are the executables named *Bench in <build-dir>/bench. Their progress
 goes to standard error; standard output carries the markdown table only.
 """
@@ -20,6 +23,7 @@ import subprocess
 import sys
 
 OURS = "ovkit"
+NOISY_CV = 0.10
 UNIT_TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -63,13 +67,19 @@ def split_name(run_name):
 
 
 def collect_medians(outputs):
-    """{key: (measure, {implementation: median ns})}."""
+    """({key: (measure, {implementation: median ns})}, [noisy run names])."""
     table = {}
+    noisy = []
     for output in outputs:
         for entry in output.get("benchmarks", []):
-            if entry.get("run_type") != "aggregate" or entry.get("aggregate_name") != "median":
+            aggregate = entry.get("aggregate_name")
+            if entry.get("run_type") != "aggregate" or aggregate not in ("median", "cv"):
                 continue
-            run_name = entry.get("run_name") or entry["name"].rsplit("_median", 1)[0]
+            run_name = entry.get("run_name") or entry["name"].rsplit("_" + aggregate, 1)[0]
+            if aggregate == "cv":
+                if entry["real_time"] > NOISY_CV:
+                    noisy.append(f"{run_name} ({entry['real_time']:.0%})")
+                continue
             parsed = split_name(run_name)
             if parsed is None:
                 print(f"report.py: {run_name} does not follow <Measure>/<implementation>; left out",
@@ -78,7 +88,7 @@ def collect_medians(outputs):
             measure, implementation, key = parsed
             nanoseconds = entry["real_time"] * UNIT_TO_NS[entry.get("time_unit", "ns")]
             table.setdefault(key, (measure, {}))[1][implementation] = nanoseconds
-    return table
+    return table, sorted(noisy)
 
 
 def format_time(nanoseconds):
@@ -119,7 +129,11 @@ def main():
 
     directory = os.path.join(args.build_dir, "bench")
     outputs = [run_program(p, args.repetitions, args.extra) for p in bench_programs(directory)]
-    print(markdown_table(collect_medians(outputs)))
+    table, noisy = collect_medians(outputs)
+    print(markdown_table(table))
+    if noisy:
+        print()
+        print(f"Spread above {NOISY_CV:.0%} between repetitions: " + "; ".join(f"`{n}`" for n in noisy) + ".")
 
 
 if __name__ == "__main__":
