@@ -1,7 +1,8 @@
 # Front door: `make demo` runs the example daemon for three ticks, `make test`
 # builds and runs the test suite, `make asan` does the same under the address
-# and undefined-behaviour sanitizers.
-.PHONY: all deps build test asan demo clean
+# and undefined-behaviour sanitizers, `make bench` measures the library against
+# its peers and prints the table (see BENCHMARKS.md).
+.PHONY: all deps build test asan demo bench clean
 
 all: build
 
@@ -22,6 +23,12 @@ asan: deps
 
 demo: build
 	cd build/default && ./examples/tickd/ovkit-tickd -c ../../examples/tickd/tickd.properties -n 3
+
+bench:
+	@tools/install-deps python3
+	cmake --preset bench
+	cmake --build --preset bench
+	python3 bench/report.py --build-dir build/bench
 
 clean:
 	rm -rf build
