@@ -191,7 +191,6 @@ inline void completeTaking(LockImplementation* lock, LockImplementation* previou
 {
     orderForRecovery();
     storeOwner(lock, t_locks.m_self);
-    lock->m_nLockCount = 0;
     insertIntoHeldList(lock);
     orderForRecovery();
     t_locks.m_pPending = previousPending;
@@ -199,7 +198,7 @@ inline void completeTaking(LockImplementation* lock, LockImplementation* previou
 }
 
 // The last level is gone: the lock leaves the owner's list and its word.
-void releaseLastLevel(LockImplementation* lock)
+__attribute__((always_inline)) inline void releaseLastLevel(LockImplementation* lock)
 {
     LockImplementation* const previousPending = t_locks.m_pPending;
     t_locks.m_pPending = lock;
@@ -222,7 +221,7 @@ void forceRelease(LockImplementation* lock)
     releaseWord(lock);
 }
 
-void takeLock(LockImplementation* lock, int id)
+__attribute__((always_inline)) inline void takeLock(LockImplementation* lock, int id)
 {
     LockImplementation* const previousPending = t_locks.m_pPending;
     t_locks.m_pPending = lock;

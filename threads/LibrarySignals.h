@@ -14,8 +14,9 @@ void librarySignalSet(sigset_t* signals);
 
 /// Installs `handler` as signal() would (restarting interrupted calls, the
 /// signal itself held back while its handler runs), and also holds back the
-/// library's other two signals: the handlers create and join threads and take
-/// locks, and one must not break into another on the same thread.
+/// library's other two signals while it runs. The handlers only post a
+/// semaphore or empty the exit list without blocking: none allocates, creates
+/// a thread or runs a client's code.
 void installLibrarySignalHandler(int signalNumber, void (*handler)(int));
 
 } // namespace OrvaSupport

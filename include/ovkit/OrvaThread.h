@@ -25,11 +25,15 @@
 //   - owned and waited for: it stops the work by its own protocol, and the
 //     destructor (or wait(-1)) joins the thread;
 //   - self-deleting: setMarkForDeath() on a heap object, which nobody may
-//     touch afterwards; the object deletes itself when the work ends, and the
-//     operating-system thread is joined later by the library's SIGUSR2
-//     handler;
+//     touch afterwards; the object deletes itself when the work ends, the
+//     operating-system thread detaches itself, and its id passes through
+//     g_vExitThreads, which the library's SIGUSR2 handler empties;
 //   - abandoned: setMarkForKill() detaches the thread, and the destructor
 //     cancels it without waiting.
+//
+// A thread that nobody joins (its work returned before anybody waited, or it
+// was killed) is detached when its object lets go of the handle, so no
+// thread's resources are kept after its object is gone.
 //
 // The library owns SIGUSR2; clients leave it alone.
 #ifndef OVKIT_ORVATHREAD_H
@@ -137,9 +141,9 @@ public:
     virtual void setWorkInfo(OrvaSmartPointer<OrvaWorkInformation> work);
     /// Waits for the end of the thread. Returns 0 at once when no thread
     /// exists or the work has already returned. With -1, joins the thread and
-    /// returns 0: this is the only joining of a thread that is not marked for
-    /// death, so a thread whose work returned before anybody waited is never
-    /// joined. With a limit, it is the group wait on this one thread: 0 when
+    /// returns 0. A thread whose work returned before anybody waited is not
+    /// joined here; it is detached when the object lets go of its handle
+    /// (destruction, kill()). With a limit, it is the group wait on this one thread: 0 when
     /// the thread ended, -2 when the time ran out. Timers count in whole
     /// seconds, so a limit below one second as a rule runs out at once.
     virtual int wait(int milliseconds);
@@ -220,8 +224,10 @@ protected:
 
 /// Guards g_vExitThreads.
 OVKIT_API extern OrvaCriticalSectionObject g_exitThreadLock;
-/// Ids of self-deleted threads that have not been joined yet. The SIGUSR2
-/// handler joins them and empties the list.
+/// Ids of self-deleted threads, each left by its thread as its last act,
+/// followed by a SIGUSR2. The threads have detached themselves, so nothing is
+/// left to join: the SIGUSR2 handler empties the list (without blocking; if
+/// the lock is busy, the thread that holds it sends its own signal next).
 OVKIT_API extern std::vector<unsigned long> g_vExitThreads;
 
 extern template class OVKIT_API OrvaSmartPointer<OrvaThread>;
