@@ -136,6 +136,7 @@ bool OrvaLogging::getLogAccess()
         return false;
     }
     resetTimer();
+    beginRecordShield(this);
     return true;
 }
 
@@ -336,6 +337,36 @@ OrvaLogging& OrvaLogging::operator<<(OrvaLogging& (*function)(OrvaLogging&))
 // ---------------------------------------------------------------------------
 // Ending a record
 
+// A record is formed with the thread's cancellation held back from its first
+// step (the level manipulator or the first accepted insertion) to its end: the
+// frame that writes `log << setloglevel(n) << ... << endrecord` holds a
+// temporary with a destructor, and a cancellation that landed between two of
+// its calls would end the process. A kill that comes meanwhile takes effect
+// in endrecord(). A thread that never ends its record stays cancellable at the
+// C library's cancellation points only.
+namespace
+{
+
+__attribute__((tls_model("initial-exec"))) thread_local const OrvaLogging* t_pShieldedRecord = nullptr;
+
+} // namespace
+
+void OrvaLogging::beginRecordShield(const OrvaLogging* log)
+{
+    if (t_pShieldedRecord)
+        return;
+    internal::enterKillShield();
+    t_pShieldedRecord = log;
+}
+
+void OrvaLogging::endRecordShield(const OrvaLogging* log)
+{
+    if (t_pShieldedRecord != log)
+        return;
+    t_pShieldedRecord = nullptr;
+    internal::leaveKillShield();
+}
+
 // Records are formed and written with the thread's cancellation held back:
 // a thread killed inside the C library's stream or allocation code would
 // leave its locks taken for ever. A kill that comes meanwhile takes effect
@@ -343,6 +374,7 @@ OrvaLogging& OrvaLogging::operator<<(OrvaLogging& (*function)(OrvaLogging&))
 void OrvaLogging::endrecord()
 {
     internal::runShielded([this] { endrecordShielded(); });
+    endRecordShield(this);
 }
 
 void OrvaLogging::endrecordShielded()
@@ -437,6 +469,7 @@ void OrvaLogging::setCurrentLevel(const std::string& name, int level)
         [&]
         {
             OrvaCriticalSection guard(m_oLogLock, true);
+            beginRecordShield(this);
             if (level < -1)
                 return;
             m_sCurrentName = name;

@@ -10,8 +10,10 @@
 // left the thread's former cancellation type comes back, at which point a
 // kill that arrived meanwhile takes effect.
 //
-// Taking effect means unwinding the stack from the point where the shield is
-// left. So the frame that leaves a shield, and every frame above it, must be
+// While the shield is up, a kill still takes effect at the C library's
+// cancellation points (a write, a wait), which clean up after themselves.
+// Otherwise it takes effect by unwinding the stack from the point where the
+// shield is left. So the frame that leaves a shield, and every frame above it, must be
 // one through which a forced unwind may pass: no noexcept function, and no
 // function with exception tables whose instructions the unwind could land
 // between. runShielded() below is built for that: its own frame has no
@@ -19,6 +21,7 @@
 #ifndef OVKIT_SYNC_KILLSHIELD_H
 #define OVKIT_SYNC_KILLSHIELD_H
 
+#include <cxxabi.h>
 #include <exception>
 #include <new>
 #include <type_traits>
@@ -48,6 +51,12 @@ __attribute__((noinline)) std::exception_ptr* runCatching(Body& body)
     {
         body();
         return nullptr;
+    }
+    catch (abi::__forced_unwind&)
+    {
+        // Cancelled at a cancellation point of the C library inside the body
+        // (a write, a wait): the thread ends here, and the unwinding goes on.
+        throw;
     }
     catch (...)
     {

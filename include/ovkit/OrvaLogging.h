@@ -44,8 +44,15 @@
 //
 // A record left open for a minute is watched: if its thread was cancelled
 // (which gives back its locks), the watchdog writes out what was collected.
-// A thread is never cancelled in the middle of an insertion or of writing a
-// line: a kill that arrives meanwhile takes effect when that step is done. A
+// A thread is not cancelled in the middle of a record: a kill that arrives
+// between the record's first step (`setloglevel` or the first accepted
+// insertion) and its `endrecord` takes effect in `endrecord`, or earlier at a
+// cancellation point of the C library (a sleep, a read) inside the record.
+// The frame that writes a record is the caller's: `setloglevel(n)` leaves a
+// temporary in it, and a kill that lands on one of that frame's own
+// instructions before the record starts or after it ended cannot unwind it
+// and ends the process. Threads that are meant to be killed while they log
+// call `setCurrentLevel(n)` and then insert, which leaves no temporary. A
 // thread that ends normally inside a record leaves the log locked for ever.
 #ifndef OVKIT_ORVALOGGING_H
 #define OVKIT_ORVALOGGING_H
@@ -210,6 +217,8 @@ public:
 
 private:
     void endrecordShielded();
+    static void beginRecordShield(const OrvaLogging* log);
+    static void endRecordShield(const OrvaLogging* log);
     void appendText(const char* text);
     void appendFormatted(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void writeRecord(const std::string& label, const std::string& text);

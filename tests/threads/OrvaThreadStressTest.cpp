@@ -1,0 +1,214 @@
+#include <ovkit/OrvaLogging.h>
+#include <ovkit/OrvaProperties.h>
+#include <ovkit/OrvaThread.h>
+
+#include "log/LogTestHelpers.h"
+#include "threads/StressTestHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace OrvaSupport;
+using ovkit_test::runInChild;
+
+namespace
+{
+
+// The victim's kernel id and its rounds so far. A victim touches nothing of
+// its object once it is going, for the object of an abandoned thread may be
+// deleted before the thread is cancelled.
+std::atomic<pid_t> g_nVictimTid{0};
+std::atomic<long> g_nVictimRounds{0};
+
+// Runs `step` over and over until it is killed. The step is owned by the
+// kill loop, which outlives the victim: run() keeps nothing with a destructor
+// in its frame, for a cancellation that lands between the calls of a frame
+// with objects to destroy ends the process (see OrvaThread.h).
+template <class Step>
+struct Victim : OrvaThread
+{
+    explicit Victim(const Step& step) : m_pStep(&step) {}
+    int run() override
+    {
+        const Step* step = m_pStep;
+        g_nVictimTid = ovkit_test::currentTid();
+        for (;;)
+        {
+            (*step)();
+            g_nVictimRounds.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    const Step* m_pStep;
+};
+
+// Kills up to `kills` victims running `step`, each after a few rounds, by
+// kill() and by an abandoning delete in turn, for at most six seconds. Once a
+// victim is gone, `check(i)` must find everything it used in order; it
+// returns a failure text, empty when all is well.
+template <class Step, class Check>
+std::string killLoop(const Step& step, Check check, int kills = 500)
+{
+    const auto stop = std::chrono::steady_clock::now() + std::chrono::seconds(6);
+    for (int i = 0; i < kills && std::chrono::steady_clock::now() < stop; ++i)
+    {
+        g_nVictimRounds = 0;
+        auto* victim = new Victim<Step>(step);
+        victim->start();
+        if (!ovkit_test::waitFor(10, [i] { return g_nVictimRounds > i % 23; }))
+            return "kill " + std::to_string(i) + ": the victim did not get going";
+        if (i % 2)
+            victim->kill();
+        else
+            victim->setMarkForKill();
+        delete victim;
+        if (!ovkit_test::threadGone(g_nVictimTid))
+            return "kill " + std::to_string(i) + ": the victim survived";
+        const std::string failure = check(i);
+        if (!failure.empty())
+            return "kill " + std::to_string(i) + ": " + failure;
+    }
+    return "";
+}
+
+// A fresh level of `lock` for this thread, given back at once.
+std::string takeFreeLock(OrvaCriticalSectionObject& lock, const char* name)
+{
+    if (!lock.testAndSet())
+        return std::string(name) + " stayed held (depth " + std::to_string(lock.lockCount()) + ")";
+    const int depth = lock.lockCount();
+    lock.unlock();
+    return depth == 1 ? "" : std::string(name) + " taken at depth " + std::to_string(depth);
+}
+
+long virtualSize()
+{
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * sysconf(_SC_PAGESIZE);
+}
+
+OrvaCriticalSectionObject g_oShared;
+
+} // namespace
+
+TEST(OrvaThreadStressTest, KilledLockUsersLeaveTheLockFree)
+{
+    auto lockAndUnlock = []
+    {
+        g_oShared.lock();
+        g_oShared.unlock();
+    };
+    auto guarded = [] { OrvaCriticalSection guard(g_oShared, true); };
+    auto lockFree = [](int) { return takeFreeLock(g_oShared, "the lock"); };
+    EXPECT_TRUE(runInChild(30, [&] { return killLoop(lockAndUnlock, lockFree); }));
+    EXPECT_TRUE(runInChild(30, [&] { return killLoop(guarded, lockFree); }));
+}
+
+TEST(OrvaThreadStressTest, KilledSmartPointerCopiesLeaveTheCountsUsable)
+{
+    auto copies = []
+    {
+        OrvaSmartPointer<OrvaObjectBase> shared(new OrvaObjectBase);
+        auto step = [&shared] { OrvaSmartPointer<OrvaObjectBase> copy(shared); };
+        auto check = [&](int)
+        {
+            std::string failure = takeFreeLock(*g_pCriticalSection, "the count lock");
+            const int before = shared->refCount();
+            const int during = OrvaSmartPointer<OrvaObjectBase>(shared)->refCount();
+            if (before < 1 || during != before + 1 || shared->refCount() != before)
+                failure += " count " + std::to_string(before) + " is out of step";
+            return failure;
+        };
+        return killLoop(step, check);
+    };
+    EXPECT_TRUE(runInChild(30, copies));
+}
+
+TEST(OrvaThreadStressTest, KilledPropertyWriterLeavesTheTableUsable)
+{
+    auto writes = []
+    {
+        OrvaProperties<std::string> table(false);
+        const std::string value(64, 'v');
+        // The victim's name and value are built once, outside its loop; each
+        // round allocates the entry and frees it again.
+        auto step = [&table, name = std::string("victim"), value]
+        {
+            table.setProperty(name, value);
+            table.removeProperty(name);
+        };
+        auto check = [&](int i)
+        {
+            table.setProperty("main", std::to_string(i));
+            std::string left;
+            if (table.getProperty("main") != std::to_string(i))
+                return "the table lost a value";
+            return table.getPropertyValue("victim", left) && left != value ? "a damaged value was left" : "";
+        };
+        return killLoop(step, check);
+    };
+    EXPECT_TRUE(runInChild(30, writes));
+}
+
+TEST(OrvaThreadStressTest, KilledLogWriterLeavesTheLogWorking)
+{
+    auto records = []
+    {
+        LogTest::FileLog file(9);
+        OrvaLogging::setInstance(file.log);
+        int kills = 0;
+        // The level is set by call rather than by the manipulator: a frame
+        // that holds the manipulator's temporary cannot be unwound between
+        // its calls (see OrvaLogging.h).
+        auto step = [&file]
+        {
+            file.log.setCurrentLevel(1);
+            file.log << "text" << 42 << endrecord;
+        };
+        auto check = [&](int i)
+        {
+            file.log << setloglevel(1) << "main " << i << endrecord;
+            kills = i + 1;
+            return "";
+        };
+        std::string failure = killLoop(step, check);
+        // Every record of the main thread made it to the file, on a line of its own.
+        int written = 0;
+        for (const std::string& line : file.lines())
+            written += line.find("main ") != std::string::npos;
+        if (failure.empty() && written != kills)
+            failure = std::to_string(written) + " records of the main thread written for " +
+                      std::to_string(kills) + " kills";
+        return failure;
+    };
+    EXPECT_TRUE(runInChild(30, records));
+}
+
+TEST(OrvaThreadStressTest, EndedThreadsDoNotKeepTheirStacks)
+{
+    struct Quick : OrvaThread
+    {
+        int run() override { return 7; }
+    };
+    // A thread that is never joined keeps its stack mapping, 8 MB by default.
+    const long limit = 400L << 20;
+    long before = virtualSize();
+    for (int i = 0; i < 300; ++i)
+    {
+        Quick thread;
+        thread.start();
+        // The work has returned before the owner waits.
+        ASSERT_TRUE(ovkit_test::waitFor(10, [&] { return thread.getExitCode() == 7; }));
+        usleep(100);
+    }
+    EXPECT_LT(virtualSize() - before, limit) << "threads that ended before their owner waited";
+
+    before = virtualSize();
+    for (int i = 0; i < 300; ++i)
+    {
+        Quick thread;
+        thread.start();
+    }
+    EXPECT_LT(virtualSize() - before, limit) << "threads destroyed right after start()";
+}
