@@ -163,11 +163,11 @@ void OrvaEvent::set()
     {
         // A dependent's failure (or the thread's cancellation) passes on; the
         // waiters are then not woken.
-        finishDelivery(block, notification);
+        finishDelivery(this, block, notification);
         internal::unpinEventBlock(block);
         throw;
     }
-    finishDelivery(block, notification);
+    finishDelivery(this, block, notification);
     // The mutex is not taken: a set() that comes before a waiter has entered
     // its wait is lost.
     pthread_cond_broadcast(&block->m_cond);
@@ -175,16 +175,16 @@ void OrvaEvent::set()
 }
 
 // Hands the notification back to the event, or deletes it if the event is
-// gone. The block's mutex keeps the event from finishing its destruction
-// meanwhile.
-void OrvaEvent::finishDelivery(void* handle, OrvaNotification* notification)
+// gone; the event is only touched in the first case. The block's mutex keeps
+// the event from finishing its destruction meanwhile.
+void OrvaEvent::finishDelivery(OrvaEvent* event, void* handle, OrvaNotification* notification)
 {
     OrvaEventBlock* block = eventBlock(handle);
     pthread_mutex_lock(&block->m_mutex);
     if (block->m_bOrphaned)
         delete notification;
     else
-        destroyNotification(notification);
+        event->destroyNotification(notification);
     pthread_mutex_unlock(&block->m_mutex);
 }
 

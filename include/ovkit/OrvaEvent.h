@@ -84,7 +84,7 @@ public:
     OrvaEvent& operator=(const OrvaEvent&) = delete;
 
 private:
-    void finishDelivery(void* handle, OrvaNotification* notification);
+    static void finishDelivery(OrvaEvent* event, void* handle, OrvaNotification* notification);
     static int waitOnBlock(void* handle, int milliseconds);
 
     /// Kept for the layout; the dependents live in the block behind the

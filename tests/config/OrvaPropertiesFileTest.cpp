@@ -58,6 +58,15 @@ std::string utf16(const std::u16string& text)
     return bytes;
 }
 
+/// The table read from `path`; a load that fails is a test failure.
+template <class S>
+OrvaProperties<S> loaded(const std::string& path, typename S::value_type separator)
+{
+    OrvaProperties<S> props;
+    EXPECT_TRUE(props.loadProperties(path, separator)) << path;
+    return props;
+}
+
 typedef std::vector<std::string> Values;
 
 } // namespace
@@ -69,11 +78,9 @@ TEST(OrvaPropertiesFileTest, LineEndsOfBothEncodings)
     writeBytes(dir.file("crlf"), "a=1\r\nb = 2\r\nflag\r\n\r\n");
     writeBytes(dir.file("u16crlf"), utf16(u"a=1\r\nb = 2\r\nflag\r\n\r\n"));
 
-    OrvaProperties<std::string> lf, crlf, u16crlf;
-    ASSERT_TRUE(lf.loadProperties(dir.file("lf"), '='));
-    ASSERT_TRUE(crlf.loadProperties(dir.file("crlf"), '='));
-    ASSERT_TRUE(u16crlf.loadProperties(dir.file("u16crlf"), '='));
-    EXPECT_EQ(lf.getProperties(), u16crlf.getProperties());
+    const auto crlf = loaded<std::string>(dir.file("crlf"), '=');
+    EXPECT_EQ(loaded<std::string>(dir.file("lf"), '=').getProperties(),
+              loaded<std::string>(dir.file("u16crlf"), '=').getProperties());
     // Plain CR LF: a line without separator keeps its carriage return, and
     // an empty line becomes a name of one carriage return.
     EXPECT_EQ("2", crlf.getProperty("b "));
@@ -81,10 +88,8 @@ TEST(OrvaPropertiesFileTest, LineEndsOfBothEncodings)
     EXPECT_EQ("", crlf.getProperty("\r"));
     EXPECT_EQ(4, crlf.size());
 
-    OrvaProperties<std::wstring> wide, widePlain;
-    ASSERT_TRUE(wide.loadProperties(dir.file("u16crlf"), L'='));
-    ASSERT_TRUE(widePlain.loadProperties(dir.file("crlf"), L'='));
-    EXPECT_EQ(L"", wide.getProperty(L"flag"));
+    const auto widePlain = loaded<std::wstring>(dir.file("crlf"), L'=');
+    EXPECT_EQ(L"", loaded<std::wstring>(dir.file("u16crlf"), L'=').getProperty(L"flag"));
     EXPECT_EQ(L"2", widePlain.getProperty(L"b "));
     EXPECT_EQ(L"", widePlain.getProperty(L"flag\r"));
 }
@@ -94,12 +99,10 @@ TEST(OrvaPropertiesFileTest, ByteOrderMarkCases)
     ScratchDir dir;
     // Euro sign U+20AC and a lone CR inside the value; the odd last byte is dropped.
     writeBytes(dir.file("units"), utf16(u"k=\u20AC\rx\n\u00E9=e") + "z");
-    OrvaProperties<std::wstring> wide;
-    ASSERT_TRUE(wide.loadProperties(dir.file("units"), L'='));
+    const auto wide = loaded<std::wstring>(dir.file("units"), L'=');
     EXPECT_EQ(std::wstring(L"\u20AC"), wide.getProperty(L"k")); // the value ends at the CR
     EXPECT_EQ(L"e", wide.getProperty(L"\u00E9"));
-    OrvaProperties<ci_string> narrow;
-    ASSERT_TRUE(narrow.loadProperties(dir.file("units"), '='));
+    const auto narrow = loaded<ci_string>(dir.file("units"), '=');
     EXPECT_STREQ("\xAC", narrow.getProperty("k").c_str()); // the low byte only
     EXPECT_STREQ("e", narrow.getProperty("\xE9").c_str());
 
@@ -111,8 +114,7 @@ TEST(OrvaPropertiesFileTest, ByteOrderMarkCases)
     for (const auto& c : cases)
     {
         writeBytes(dir.file("mark"), c[0]);
-        OrvaProperties<std::string> props;
-        ASSERT_TRUE(props.loadProperties(dir.file("mark"), '=')) << c[0];
+        const auto props = loaded<std::string>(dir.file("mark"), '=');
         ASSERT_EQ(c[1] ? 1 : 0, props.size()) << c[0];
         EXPECT_TRUE(!c[1] || props.getProperties().begin()->first == c[1]) << c[0];
     }
@@ -141,9 +143,7 @@ TEST(OrvaPropertiesFileTest, MergeAndSave)
     ASSERT_TRUE(multi.saveProperties(dir.file("saved")));
     EXPECT_EQ("a=1\nb=mine\nc=kept\n", readBytes(dir.file("saved")));
     writeBytes(dir.file("colon"), "zeta: last\nx=y:1\n");
-    OrvaProperties<ci_wstring> wide;
-    ASSERT_TRUE(wide.loadProperties(dir.file("colon"), L':'));
-    ASSERT_TRUE(wide.saveProperties(dir.file("wide")));
+    ASSERT_TRUE(loaded<ci_wstring>(dir.file("colon"), L':').saveProperties(dir.file("wide")));
     EXPECT_EQ("x=y=1\nzeta=last\n", readBytes(dir.file("wide")));
 }
 
@@ -180,14 +180,12 @@ TEST(OrvaPropertiesFileTest, LargeFilesAndLongLines)
     writeBytes(dir.file("plain"), plain);
     writeBytes(dir.file("wide"), utf16(std::u16string(plain.begin(), plain.end())));
 
-    OrvaProperties<std::string> fromPlain;
-    ASSERT_TRUE(fromPlain.loadProperties(dir.file("plain"), '='));
+    const auto fromPlain = loaded<std::string>(dir.file("plain"), '=');
     EXPECT_EQ(lineCount + 1, fromPlain.size());
     EXPECT_EQ("value39999", fromPlain.getProperty("key39999"));
     EXPECT_EQ(longValue, fromPlain.getProperty("long"));
 
-    OrvaProperties<std::wstring> fromWide;
-    ASSERT_TRUE(fromWide.loadProperties(dir.file("wide"), L'='));
+    const auto fromWide = loaded<std::wstring>(dir.file("wide"), L'=');
     EXPECT_EQ(lineCount + 1, fromWide.size());
     EXPECT_EQ(L"value12345", fromWide.getProperty(L"key12345"));
     EXPECT_EQ(std::wstring(longValue.begin(), longValue.end()), fromWide.getProperty(L"long"));

@@ -26,26 +26,20 @@ private:
 
 } // namespace
 
-TEST(OrvaModule, LibraryIsAttachedOnceAtLoad)
+TEST(OrvaModule, LibraryIsAttachedOnceAtLoadAndControlOnlyCounts)
 {
     EXPECT_EQ(1, g_ModuleData.useCount());
     EXPECT_TRUE(g_ModuleData.autoAttach());
-    ASSERT_NE(nullptr, g_pCriticalSection);
-
-    // The library's record is the oldest on the list.
-    ModuleData* tail = ModuleData::head();
+    OrvaCriticalSectionObject* before = g_pCriticalSection;
+    ASSERT_NE(nullptr, before);
+    ModuleData* tail = ModuleData::head(); // the library's record is the oldest on the list
     while (tail->next())
         tail = tail->next();
     EXPECT_EQ(&g_ModuleData, tail);
-}
-
-TEST(OrvaModule, ControlBracketCountsWithoutAttachingAgain)
-{
-    OrvaCriticalSectionObject* before = g_pCriticalSection;
     {
         ModuleDataControl control;
         EXPECT_EQ(2, g_ModuleData.useCount());
-        EXPECT_EQ(before, g_pCriticalSection);
+        EXPECT_EQ(before, g_pCriticalSection); // not attached again
     }
     EXPECT_EQ(1, g_ModuleData.useCount());
     EXPECT_EQ(before, g_pCriticalSection);
@@ -104,10 +98,4 @@ TEST(OrvaModule, ObjectBaseInitAndFinitPair)
 
     OrvaSmartPointer<OrvaObjectBase> p(new OrvaObjectBase);
     EXPECT_EQ(1, p->refCount());
-}
-
-TEST(OrvaModule, HeadAndRecordAreReachableByTheirNames)
-{
-    EXPECT_EQ(ModuleData::head(), ModuleData::m_pHead);
-    EXPECT_EQ(&::g_ModuleData, &OrvaSupport::g_ModuleData);
 }

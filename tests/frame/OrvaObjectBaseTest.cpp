@@ -22,10 +22,6 @@ struct Counted : OrvaObjectBase
     int* m_pDeaths;
 };
 
-class GlobalNamespaceClass : public OrvaObjectBase
-{
-};
-
 } // namespace
 
 namespace Outer
@@ -62,16 +58,17 @@ TEST(OrvaObjectBase, CopiesAndAssignmentsForgetReferences)
     EXPECT_EQ(0, deaths);
 }
 
-TEST(OrvaSmartPointer, LastReferenceDeletesAndOrderIsNone)
+TEST(OrvaSmartPointer, LastReferenceDeletesComparesAndOrderIsNone)
 {
     int deaths = 0;
     {
-        OrvaSmartPointer<Counted> a(new Counted(&deaths));
+        Counted* object = new Counted(&deaths);
+        OrvaSmartPointer<Counted> a(object);
         OrvaSmartPointer<Counted> b(a);
         OrvaSmartPointer<Counted> empty;
         EXPECT_EQ(2, a->refCount());
-        EXPECT_TRUE(a == b);
-        EXPECT_FALSE(a == empty);
+        EXPECT_TRUE(a == b && a == object && empty == nullptr);
+        EXPECT_FALSE(a == empty || a == nullptr || empty == object);
 
         OrvaSmartPointer<Counted>& alias = a;
         a = alias;
@@ -112,12 +109,8 @@ TEST(OrvaSmartPointer, AssignmentReleasesFirstAndGetOwnershipHandsOver)
 
 TEST(OrvaObjectBase, ClassNamesFollowTheNameScheme)
 {
-    struct Case
-    {
-        const char* raw;
-        const char* normalized;
-    };
-    const Case cases[] = {
+    // A mangled name, and what normalizeClassName makes of it.
+    const char* const cases[][2] = {
         {"Q211OrvaSupport10OrvaThread", "OrvaSupport::OrvaThread"},
         {"Q_2_11OrvaSupport10OrvaThread", "OrvaSupport::OrvaThread"},
         {"Q31A1B1C", "A::B::C"},
@@ -127,8 +120,8 @@ TEST(OrvaObjectBase, ClassNamesFollowTheNameScheme)
         {"Q3Foo", "Foo"},
         {"x", ""},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(c.normalized, OrvaObjectBase::normalizeClassName(c.raw)) << c.raw;
+    for (const auto& c : cases)
+        EXPECT_EQ(c[1], OrvaObjectBase::normalizeClassName(c[0])) << c[0];
 
     EXPECT_THROW(OrvaObjectBase::normalizeClassName(""), std::out_of_range);
     EXPECT_THROW(OrvaObjectBase::normalizeClassName("Q29Short"), std::out_of_range);
@@ -156,37 +149,22 @@ TEST(OrvaObjectBase, LastReleaseRunsTheDestructorOutsideTheGlobalSection)
 {
     struct Probe : OrvaObjectBase
     {
+        explicit Probe(bool* result) : m_pResult(result) {}
         ~Probe() override
         {
             // Another thread must be able to take the global section now.
-            std::thread other(
+            std::thread(
                 [this]
                 {
-                    m_bOtherGotSection = g_pCriticalSection->testAndSet();
-                    if (m_bOtherGotSection)
+                    if ((*m_pResult = g_pCriticalSection->testAndSet()))
                         g_pCriticalSection->unlock();
-                });
-            other.join();
-            *m_pResult = m_bOtherGotSection;
+                })
+                .join();
         }
-        bool m_bOtherGotSection = false;
-        bool* m_pResult = nullptr;
+        bool* m_pResult;
     };
     bool otherGotSection = false;
-    Probe* probe = new Probe;
-    probe->m_pResult = &otherGotSection;
-    OrvaSmartPointer<Probe> p(probe);
+    OrvaSmartPointer<Probe> p(new Probe(&otherGotSection));
     p = nullptr;
     EXPECT_TRUE(otherGotSection);
-}
-
-TEST(OrvaSmartPointer, ComparesWithRawPointersAndNull)
-{
-    OrvaSmartPointer<OrvaObjectBase> empty;
-    OrvaObjectBase* object = new OrvaObjectBase;
-    OrvaSmartPointer<OrvaObjectBase> p(object);
-    EXPECT_TRUE(empty == nullptr);
-    EXPECT_TRUE(p == object);
-    EXPECT_FALSE(p == nullptr);
-    EXPECT_FALSE(empty == object);
 }

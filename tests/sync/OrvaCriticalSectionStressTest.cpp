@@ -77,9 +77,12 @@ TEST(OrvaCriticalSectionStressTest, LockOfAThreadThatEndedStaysHeldForANewThread
     // A thread created after the holder was joined takes, as a rule, the
     // holder's stack and so its thread id: it must not pass for the owner.
     int taken = 0;
+    // Held for ever, so never destroyed (a lock is only given back by its
+    // owner); kept reachable so that no leak is reported.
+    static OrvaCriticalSectionObject* s_locks[10];
     for (int round = 0; round < 10; ++round)
     {
-        auto* lock = new OrvaCriticalSectionObject; // held for ever, so never destroyed
+        OrvaCriticalSectionObject* lock = s_locks[round] = new OrvaCriticalSectionObject;
         std::thread([lock] { lock->lock(); }).join();
         bool newcomerTookIt = true;
         std::thread([&] { newcomerTookIt = lock->testAndSet(); }).join();

@@ -153,9 +153,9 @@ TEST(OrvaThreadStressTest, KilledPropertyWriterLeavesTheTableUsable)
 
 TEST(OrvaThreadStressTest, KilledLogWriterLeavesTheLogWorking)
 {
-    auto records = []
+    LogTest::FileLog file(9); // made here, so that its directory goes even when the child dies
+    auto records = [&]
     {
-        LogTest::FileLog file(9);
         OrvaLogging::setInstance(file.log);
         int kills = 0;
         // The level is set by call rather than by the manipulator: a frame
