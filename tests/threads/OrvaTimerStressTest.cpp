@@ -146,31 +146,51 @@ TEST(OrvaTimerStressTest, ProcessLeavesCleanlyRightAfterAFiring)
 {
     // Each child leaves through exit() the moment it sees a firing, while the
     // timer thread may still be finishing it; the timer and its dependent
-    // stay, the repeating ones queued. Four children at a time, so that the
-    // exits meet the firings at many different points.
-    std::atomic<bool> failed{false};
-    auto runs = [&](int first)
+    // stay, the repeating ones queued. Four runner processes make children at
+    // the same time, so that the exits meet the firings at many different
+    // points; each runner has one thread, so its children start from a
+    // process that forked cleanly.
+    auto leave = [](int run) -> std::string
     {
-        for (int run = first; run < 1000 && !failed; run += 4)
-        {
-            auto leave = [run]() -> std::string
-            {
-                // Left alive to the end, and reachable, so that no leak is reported.
-                static Counter* counter = new Counter;
-                static OrvaTimer* timer = new OrvaTimer(100, run % 3 == 0);
-                timer->addDependent(*counter);
-                timer->reset();
-                if (run % 3 == 1)
-                    return timer->wait(-1) == 0 ? "" : "the wait failed"; // a later firing wakes it
-                return waitFor(10, [&] { return counter->fired > 0; }) ? "" : "the timer never fired";
-            };
-            const testing::AssertionResult result = runInChild(20, leave, true);
-            if (!result && !failed.exchange(true))
-                ADD_FAILURE() << "run " << run << ": " << result.message();
-        }
+        // Left alive to the end, and reachable, so that no leak is reported.
+        static Counter* counter = new Counter;
+        static OrvaTimer* timer = new OrvaTimer(100, run % 3 == 0);
+        timer->addDependent(*counter);
+        timer->reset();
+        if (run % 3 == 1)
+            return timer->wait(-1) == 0 ? "" : "the wait failed"; // a later firing wakes it
+        return waitFor(10, [&] { return counter->fired > 0; }) ? "" : "the timer never fired";
     };
-    std::thread others[3] = {std::thread(runs, 1), std::thread(runs, 2), std::thread(runs, 3)};
-    runs(0);
-    for (std::thread& other : others)
-        other.join();
+    auto runner = [&](int first) -> std::string
+    {
+        for (int run = first; run < 1000; run += 4)
+        {
+            const testing::AssertionResult result = runInChild(
+                20, [&] { return leave(run); }, true);
+            if (!result)
+                return "run " + std::to_string(run) + ": " + result.message();
+        }
+        return "";
+    };
+    // The runners are forked from this one thread: no other thread of the
+    // test process can hold a lock that a runner inherits.
+    pid_t runners[4];
+    for (int i = 0; i < 4; ++i)
+    {
+        fflush(nullptr);
+        runners[i] = fork();
+        if (runners[i] == 0)
+        {
+            const std::string failure = runner(i);
+            if (!failure.empty())
+                fprintf(stderr, "%s\n", failure.c_str());
+            _exit(failure.empty() ? 0 : 1);
+        }
+    }
+    for (pid_t each : runners)
+    {
+        int status = 0;
+        waitpid(each, &status, 0); // bounded: every child of a runner has a deadline
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a runner failed (see above)";
+    }
 }
