@@ -198,7 +198,7 @@ inline void completeTaking(LockImplementation* lock, LockImplementation* previou
 }
 
 // The last level is gone: the lock leaves the owner's list and its word.
-__attribute__((always_inline)) inline void releaseLastLevel(LockImplementation* lock)
+__attribute__((noinline)) void releaseLastLevel(LockImplementation* lock)
 {
     LockImplementation* const previousPending = t_locks.m_pPending;
     t_locks.m_pPending = lock;
