@@ -74,20 +74,13 @@ inline void storeFlag(bool& flag, bool value)
     __atomic_store_n(&flag, value, __ATOMIC_SEQ_CST);
 }
 
-// Both handlers only release the parked expiry thread: a signal handler
-// must not allocate, create a thread or run a dependent, and the thread it
-// interrupts is arbitrary. The expiry thread scans, and its scan ends by
-// arming the system timer again. SIGUSR1 is no longer sent by the library
-// (arming is done where it is decided); one that arrives is treated as a
-// request to scan and re-arm.
-void timerExpired(int)
-{
-    const int savedErrno = errno;
-    internal::releaseExpiryThread();
-    errno = savedErrno;
-}
-
-void armTimer(int)
+// The handler of both SIGALRM and SIGUSR1 only releases the parked expiry
+// thread: a signal handler must not allocate, create a thread or run a
+// dependent, and the thread it interrupts is arbitrary. The expiry thread
+// scans, and its scan ends by arming the system timer again. SIGUSR1 is no
+// longer sent by the library (arming is done where it is decided); one that
+// arrives is taken as a request to scan and re-arm.
+void releaseExpiryOnSignal(int)
 {
     const int savedErrno = errno;
     internal::releaseExpiryThread();
@@ -99,8 +92,8 @@ void armTimer(int)
 void OVKITInitOrvaTimer()
 {
     internal::setChildForkHandler(OrvaTimerManager::resumeAfterFork);
-    installLibrarySignalHandler(SIGALRM, timerExpired);
-    installLibrarySignalHandler(SIGUSR1, armTimer);
+    installLibrarySignalHandler(SIGALRM, releaseExpiryOnSignal);
+    installLibrarySignalHandler(SIGUSR1, releaseExpiryOnSignal);
 }
 
 void OVKITFinitOrvaTimer()
