@@ -10,6 +10,7 @@
 
 #include <fstream>
 #include <istream>
+#include <locale>
 #include <ostream>
 #include <string>
 #include <type_traits>
@@ -45,14 +46,43 @@ const std::size_t s_nUnicodeLineStart = 8192;
 const std::size_t s_nUnicodeBlockSize = 65536;
 
 /// Consumes the byte order mark 0xFF 0xFE and returns true if the stream
-/// starts with it; otherwise puts the stream back to its start.
+/// starts with it; otherwise leaves the stream as it was. Looks ahead without
+/// seeking, so that pipes and FIFOs read like files.
 inline bool skipByteOrderMark(std::istream& bytes)
 {
-    if (bytes.get() == 0xFF && bytes.get() == 0xFE)
+    if (bytes.peek() != 0xFF)
+    {
+        bytes.clear(); // an empty stream is no failure here
+        return false;
+    }
+    bytes.get();
+    if (bytes.peek() == 0xFE)
+    {
+        bytes.get();
         return true;
+    }
     bytes.clear();
-    bytes.seekg(0, std::ios::beg);
+    bytes.unget();
     return false;
+}
+
+/// Decodes one line of bytes into wide characters with `convert`, carrying
+/// its shift state from line to line. False if a byte cannot be decoded.
+inline bool decodeLine(const std::codecvt<wchar_t, char, std::mbstate_t>& convert, std::mbstate_t& state,
+                       const std::string& bytes, std::wstring& line)
+{
+    line.assign(bytes.size(), L'\0');
+    const char* fromNext = bytes.data();
+    wchar_t* toNext = &line[0];
+    const std::codecvt_base::result result = convert.in(state, bytes.data(), bytes.data() + bytes.size(),
+                                                        fromNext, &line[0], &line[0] + line.size(), toNext);
+    if (result == std::codecvt_base::noconv)
+    {
+        line.assign(bytes.begin(), bytes.end());
+        return true;
+    }
+    line.resize(static_cast<std::size_t>(toNext - &line[0]));
+    return result == std::codecvt_base::ok && fromNext == bytes.data() + bytes.size();
 }
 
 /// The character that a table keeps of one 16-bit unit: wide tables the
@@ -112,12 +142,16 @@ void OrvaProperties<StringType>::readPlainLines(std::istream& bytes, const std::
     }
     else
     {
-        // A wide stream reads the file again from its start, under the
-        // conversion of the global locale. A conversion failure ends the
-        // stream, and with it the load, like the end of the file.
-        static_cast<void>(bytes);
-        typename PropertyFile::Streams<Char>::In text(path.c_str(), std::ios::in | std::ios::binary);
-        while (std::getline(text, line))
+        // Each line of bytes is decoded with the conversion of the global
+        // locale at the time of the load. A line with a byte that cannot be
+        // decoded ends the load there, as the end of the file would.
+        static_cast<void>(path);
+        const std::locale global;
+        const auto& convert = std::use_facet<std::codecvt<wchar_t, char, std::mbstate_t>>(global);
+        std::mbstate_t state = std::mbstate_t();
+        std::string bytesOfLine;
+        while (std::getline(bytes, bytesOfLine) &&
+               PropertyFile::decodeLine(convert, state, bytesOfLine, line))
             addProperty(StringType(line.data(), line.size()), separator);
     }
 }

@@ -6,12 +6,15 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace OrvaSupport;
@@ -117,6 +120,54 @@ TEST(OrvaPropertiesFileTest, ByteOrderMarkCases)
         const auto props = loaded<std::string>(dir.file("mark"), '=');
         ASSERT_EQ(c[1] ? 1 : 0, props.size()) << c[0];
         EXPECT_TRUE(!c[1] || props.getProperties().begin()->first == c[1]) << c[0];
+    }
+}
+
+TEST(OrvaPropertiesFileTest, PipesAndFifosReadLikeFiles)
+{
+    // Neither can seek: the mark is looked for without going back, and a wide
+    // table decodes from the one stream it opened. The writer feeds the bytes
+    // once the reader has opened its end.
+    ScratchDir dir;
+    const std::string fifo = dir.file("fifo");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    const std::string plain = "first=1\nsecond=2\nthird\n";
+    const std::string marked = utf16(u"first=1\nsecond=2\nthird\n");
+    for (const std::string* bytes : {&plain, &marked})
+    {
+        for (bool wide : {false, true})
+        {
+            int ends[2];
+            ASSERT_EQ(0, pipe(ends));
+            const std::string pipePath = "/proc/self/fd/" + std::to_string(ends[0]);
+            std::thread writer(
+                [&]
+                {
+                    const ssize_t written = write(ends[1], bytes->data(), bytes->size());
+                    EXPECT_EQ(static_cast<ssize_t>(bytes->size()), written);
+                    close(ends[1]);
+                    std::ofstream(fifo, std::ios::binary) << *bytes;
+                });
+            for (const std::string& path : {pipePath, fifo})
+            {
+                const std::string what =
+                    path + (wide ? " wide" : " narrow") + (bytes == &marked ? " marked" : "");
+                if (wide)
+                {
+                    OrvaProperties<std::wstring> props = loaded<std::wstring>(path, L'=');
+                    EXPECT_EQ(3, props.size()) << what;
+                    EXPECT_EQ(L"2", props.getProperty(L"second")) << what;
+                }
+                else
+                {
+                    OrvaProperties<std::string> props = loaded<std::string>(path, '=');
+                    EXPECT_EQ(3, props.size()) << what;
+                    EXPECT_EQ("2", props.getProperty("second")) << what;
+                }
+            }
+            writer.join();
+            close(ends[0]);
+        }
     }
 }
 
