@@ -421,16 +421,18 @@ void OrvaLogging::writeRecord(const std::string& label, const std::string& text)
     if (m_bPrefix && m_nCurrentLevel != 0)
     {
         OrvaDateTime now;
-        int length = snprintf(prefixBuffer, sizeof(prefixBuffer), c_szPrefixFormat, now.getYear(),
-                              now.getMonth() + 1, now.getDayOfMonth(), now.getHour(), now.getMinute(),
-                              now.getSecond(), m_nCurrentLevel, label.c_str(), printableThreadId());
+        auto format = [&](char* buffer, std::size_t size)
+        {
+            return snprintf(buffer, size, c_szPrefixFormat, now.getYear(), now.getMonth() + 1,
+                            now.getDayOfMonth(), now.getHour(), now.getMinute(), now.getSecond(),
+                            m_nCurrentLevel, label.c_str(), printableThreadId());
+        };
+        const int length = format(prefixBuffer, sizeof(prefixBuffer));
         if (length >= static_cast<int>(sizeof(prefixBuffer)))
         {
             // A label of several kilobytes: format again at full size rather than cut it.
             longPrefix.resize(static_cast<size_t>(length) + 1);
-            snprintf(&longPrefix[0], longPrefix.size(), c_szPrefixFormat, now.getYear(), now.getMonth() + 1,
-                     now.getDayOfMonth(), now.getHour(), now.getMinute(), now.getSecond(), m_nCurrentLevel,
-                     label.c_str(), printableThreadId());
+            format(&longPrefix[0], longPrefix.size());
             prefix = longPrefix.c_str();
         }
     }
