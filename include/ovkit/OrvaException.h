@@ -126,8 +126,8 @@ public:
 /// form of those words and then narrowed with the default locale (so a
 /// character without a narrow form becomes a blank). A case-insensitive name
 /// is appended as a C string: an embedded zero ends it. The default
-/// constructor gives an empty text and an empty stack. Pass a string object:
-/// a bare literal fits two of the constructors and does not compile.
+/// constructor gives an empty text and an empty stack. A bare literal is
+/// taken as a plain narrow or wide string.
 class OVKIT_API OrvaPropertyNotFound : public OrvaException
 {
 public:

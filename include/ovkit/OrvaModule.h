@@ -9,13 +9,15 @@
 //
 //     int main() { OrvaSupport::ModuleDataControl control; ... }
 //
-// The library's record is constructed before any other static object of the
-// library and destroyed after all of them, so its start sequence runs first
+// The library's record is constructed before the other static objects of the
+// library (only the thread exit list comes earlier, so that it outlives the
+// stop sequence) and destroyed after them, so its start sequence runs first
 // at load and its stop sequence last at unload:
 //   start: OVKITInitOrvaObjectBase, OVKITInitOrvaThread, OVKITInitOrvaLogging,
 //          OVKITInitOrvaTimer, OVKITInitOrvaLoggingTimer;
-//   stop:  the global object factory, then the OVKITFinit... functions in the
-//          reverse order, OVKITFinitOrvaObjectBase last.
+//   stop:  the OVKITFinit... functions in the reverse order,
+//          OVKITFinitOrvaObjectBase last. The timer step waits, at most two
+//          seconds, for the library's own threads still under way.
 // Nothing here locks: the list is touched during static initialisation and
 // termination, or by a ModuleDataControl on the main thread before threads start.
 #ifndef OVKIT_ORVAMODULE_H
