@@ -55,10 +55,10 @@ timespec pastDeadline(int milliseconds)
 int waitResult(int rc)
 {
     if (rc == 0)
-        return 0;
+        return c_nWaitDone;
     if (rc == ETIMEDOUT)
-        return -2;
-    return -3;
+        return c_nWaitTimedOut;
+    return c_nWaitFailed;
 }
 
 } // namespace
@@ -202,7 +202,7 @@ void OrvaEvent::reset()
 int OrvaEvent::wait(int milliseconds)
 {
     if (!m_pHandle)
-        return 0;
+        return c_nWaitDone;
     internal::enterKillShield();
     const int rc = waitOnBlock(m_pHandle, milliseconds);
     internal::leaveKillShield();
@@ -215,7 +215,7 @@ int OrvaEvent::waitOnBlock(void* handle, int milliseconds)
     int rc = 0;
     pthread_mutex_lock(&block->m_mutex);
     pthread_cleanup_push(unlockEventMutex, &block->m_mutex);
-    if (milliseconds == -1)
+    if (milliseconds == c_nWaitForever)
     {
         rc = pthread_cond_wait(&block->m_cond, &block->m_mutex);
     }

@@ -1,5 +1,6 @@
 #include <ovkit/OrvaThread.h>
 
+#include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaModule.h>
 
 #include "threads/LibraryRuntime.h"
@@ -259,13 +260,13 @@ void OrvaThread::setWorkInfo(OrvaSmartPointer<OrvaWorkInformation> work)
 int OrvaThread::wait(int milliseconds)
 {
     if (!m_pHandle || !loadFlag(m_bRunning))
-        return 0;
-    if (milliseconds == -1)
+        return c_nWaitDone;
+    if (milliseconds == c_nWaitForever)
     {
         ThreadHandle* handle = threadHandle(m_pHandle);
         if (pthread_join(handle->m_id, nullptr) == 0)
             handle->m_bReleased = true;
-        return 0;
+        return c_nWaitDone;
     }
     return wait(1, this, true, milliseconds);
 }

@@ -87,7 +87,7 @@ int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int millis
 
     for (OrvaThread* thread : threads)
         thread->addDependent(dependent);
-    if (milliseconds != -1)
+    if (milliseconds != c_nWaitForever)
         timer.start(milliseconds, false);
 
     // The event keeps no memory: a report that comes between two passes of
@@ -98,7 +98,7 @@ int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int millis
         timer.wait(-1);
         if (__atomic_load_n(&timedOut, __ATOMIC_SEQ_CST))
         {
-            result = -2;
+            result = c_nWaitTimedOut;
             break;
         }
         OrvaCriticalSection guard(lock, true);
@@ -119,8 +119,8 @@ int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int millis
     lock.lock();
     lock.unlock();
 
-    if (result != -2 && waitAll)
-        result = 0;
+    if (result != c_nWaitTimedOut && waitAll)
+        result = c_nWaitDone;
     return result;
 }
 

@@ -11,7 +11,8 @@
 // itself.
 //
 // Results of every wait: 0 woken by a set (or nothing to wait on), -2 timed
-// out, -3 failed. A timeout of -1 means no limit.
+// out, -3 failed; a timeout of -1 means no limit. The constants c_nWaitDone,
+// c_nWaitTimedOut, c_nWaitFailed and c_nWaitForever name them.
 #ifndef OVKIT_ORVAEVENT_H
 #define OVKIT_ORVAEVENT_H
 
@@ -20,6 +21,13 @@
 
 namespace OrvaSupport
 {
+
+/// The results of every wait of the library (events, timers, threads), and
+/// the timeout that means no limit.
+constexpr int c_nWaitDone = 0;      ///< woken by a set, or nothing to wait on
+constexpr int c_nWaitTimedOut = -2; ///< the time ran out
+constexpr int c_nWaitFailed = -3;   ///< interrupted, or any other failure
+constexpr int c_nWaitForever = -1;  ///< as a timeout: wait without limit
 
 /// What an event sends to its dependents: id 1, nothing more.
 class OVKIT_API OrvaEventNotification : public OrvaNotification
