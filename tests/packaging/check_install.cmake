@@ -10,11 +10,13 @@ function(run)
   endif()
 endfunction()
 
-run(${CMAKE_COMMAND} --install ${BINARY_DIR} --prefix ${prefix})
+# The two components together make the developer's tree.
+run(${CMAKE_COMMAND} --install ${BINARY_DIR} --prefix ${prefix} --component Runtime)
+run(${CMAKE_COMMAND} --install ${BINARY_DIR} --prefix ${prefix} --component Development)
 
 # 1. CMake package.
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/packaging/client -B ${WORK_DIR}/cmake-client
-    -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=g++)
+    -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-client)
 run(${WORK_DIR}/cmake-client/ovkit_client)
 
@@ -30,7 +32,7 @@ if(NOT rc EQUAL 0)
 endif()
 separate_arguments(flags UNIX_COMMAND "${flags}")
 get_filename_component(lib_dir ${pc_dir} DIRECTORY)
-run(g++ -std=c++17 ${SOURCE_DIR}/tests/packaging/client/main.cpp ${flags}
+run(${CXX_COMPILER} -std=c++17 ${SOURCE_DIR}/tests/packaging/client/main.cpp ${flags}
     -Wl,-rpath,${lib_dir} -o ${WORK_DIR}/pc_client)
 run(${WORK_DIR}/pc_client)
 message(STATUS "installed tree builds clients through CMake and pkg-config")
