@@ -4,6 +4,8 @@
 
 #include <ovkit/OrvaLogging.h>
 
+#include "support/ScratchDir.h"
+
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -22,21 +24,7 @@ using namespace OrvaSupport;
 namespace
 {
 
-/// A fresh directory under the test's temporary directory, removed at the end.
-class ScratchDir
-{
-public:
-    ScratchDir() : m_sPath(::testing::TempDir() + "ovkit-props-XXXXXX")
-    {
-        if (!mkdtemp(&m_sPath[0]))
-            ADD_FAILURE() << "mkdtemp " << m_sPath;
-    }
-    ~ScratchDir() { std::filesystem::remove_all(m_sPath); }
-    std::string file(const std::string& name) const { return m_sPath + "/" + name; }
-
-private:
-    std::string m_sPath;
-};
+using ovkit_test::ScratchDir;
 
 void writeBytes(const std::string& path, const std::string& bytes)
 {

@@ -1,4 +1,6 @@
 // End-to-end runs of the example daemon, in the foreground and detached.
+#include "support/ScratchDir.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -118,18 +120,12 @@ bool processGone(pid_t pid)
 class Tickd : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/ovkit-tickd-test-XXXXXX";
-        m_sDir = mkdtemp(pattern);
-        writeConfig("interval=1\nname=tickd\nticklevel=3\n");
-    }
+    void SetUp() override { writeConfig("interval=1\nname=tickd\nticklevel=3\n"); }
     void TearDown() override
     {
         std::string pidText = fileText(pidFile());
         if (!pidText.empty())
             kill(std::atoi(pidText.c_str()), SIGKILL);
-        std::system(("rm -rf " + m_sDir).c_str());
     }
 
     void writeConfig(const std::string& text) { std::ofstream(config()) << text; }
@@ -143,7 +139,8 @@ protected:
     }
     pid_t daemonPid() const { return std::atoi(fileText(pidFile()).c_str()); }
 
-    std::string m_sDir;
+    ovkit_test::ScratchDir m_oScratch;
+    const std::string m_sDir = m_oScratch.path();
 };
 
 } // namespace

@@ -2,7 +2,7 @@
 
 #include <ovkit/OrvaThread.h>
 
-#include "log/LogTestHelpers.h"
+#include "support/LogTestHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <ovkit/OrvaLogging.h>
 
-#include "log/LogTestHelpers.h"
+#include "support/LogTestHelpers.h"
 
 #include <gtest/gtest.h>
 

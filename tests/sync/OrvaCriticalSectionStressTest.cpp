@@ -1,7 +1,7 @@
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaThread.h>
 
-#include "threads/StressTestHelpers.h"
+#include "support/StressTestHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <ovkit/OrvaEvent.h>
 
-#include "threads/ThreadTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 

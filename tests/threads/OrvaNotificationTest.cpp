@@ -1,6 +1,6 @@
 #include <ovkit/OrvaNotification.h>
 
-#include "threads/ThreadTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaThread.h>
 
-#include "log/LogTestHelpers.h"
-#include "threads/StressTestHelpers.h"
+#include "support/LogTestHelpers.h"
+#include "support/StressTestHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaThread.h>
 
-#include "threads/ThreadTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 

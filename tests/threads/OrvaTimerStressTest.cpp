@@ -1,6 +1,6 @@
 #include <ovkit/OrvaTimer.h>
 
-#include "threads/StressTestHelpers.h"
+#include "support/StressTestHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaTimer.h>
 
-#include "threads/ThreadTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 

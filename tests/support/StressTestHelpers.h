@@ -1,10 +1,10 @@
 // Helpers for the stress tests: a scenario run in a child process under a
 // deadline, so that a deadlock or an abort fails the one test instead of
 // wedging or killing the test program, and probes of a thread by its kernel id.
-#ifndef OVKIT_TESTS_STRESSTESTHELPERS_H
-#define OVKIT_TESTS_STRESSTESTHELPERS_H
+#ifndef OVKIT_TESTS_SUPPORT_STRESSTESTHELPERS_H
+#define OVKIT_TESTS_SUPPORT_STRESSTESTHELPERS_H
 
-#include "threads/ThreadTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -117,4 +117,4 @@ inline bool threadGone(pid_t tid)
 
 } // namespace ovkit_test
 
-#endif // OVKIT_TESTS_STRESSTESTHELPERS_H
+#endif // OVKIT_TESTS_SUPPORT_STRESSTESTHELPERS_H

@@ -1,11 +1,11 @@
-// Shared pieces of the log tests: a scratch directory, reading lines back, and
+// Shared pieces of the log tests: reading lines back, and
 // a log on a file whose numbered name is predicted by seeding rand().
-#ifndef OVKIT_TESTS_LOG_LOGTESTHELPERS_H
-#define OVKIT_TESTS_LOG_LOGTESTHELPERS_H
+#ifndef OVKIT_TESTS_SUPPORT_LOGTESTHELPERS_H
+#define OVKIT_TESTS_SUPPORT_LOGTESTHELPERS_H
 
 #include <ovkit/OrvaLogging.h>
 
-#include <ftw.h>
+#include "support/ScratchDir.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,24 +16,7 @@
 namespace LogTest
 {
 
-/// A fresh directory under /tmp, removed with its contents at the end of the scope.
-struct ScratchDir
-{
-    ScratchDir()
-    {
-        if (mkdtemp(&path[0]) == nullptr)
-            abort();
-    }
-    ~ScratchDir()
-    {
-        auto removeOne = [](const char* name, const struct stat*, int, struct FTW*)
-        { return remove(name), 0; };
-        nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
-    }
-    std::string file(const std::string& name) const { return path + "/" + name; }
-
-    std::string path = "/tmp/ovkitlogXXXXXX";
-};
+using ovkit_test::ScratchDir;
 
 /// Seeds rand() with `seed` and returns the number that the next opened log file will draw.
 inline int seedAndPeek(unsigned int seed)
@@ -73,4 +56,4 @@ struct FileLog
 
 } // namespace LogTest
 
-#endif // OVKIT_TESTS_LOG_LOGTESTHELPERS_H
+#endif // OVKIT_TESTS_SUPPORT_LOGTESTHELPERS_H

@@ -1,8 +1,8 @@
 // Helpers for the tests of threads, events and timers. The pollers use plain
 // system calls and no heap, because a timer signal may land on the polling
 // thread and its handler allocates.
-#ifndef OVKIT_TESTS_THREADTESTHELPERS_H
-#define OVKIT_TESTS_THREADTESTHELPERS_H
+#ifndef OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
+#define OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
 
 #include <ovkit/OrvaThread.h>
 
@@ -110,4 +110,4 @@ inline bool settleLibraryThreads()
 
 } // namespace ovkit_test
 
-#endif // OVKIT_TESTS_THREADTESTHELPERS_H
+#endif // OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
