@@ -38,6 +38,19 @@ tm blankTm()
     return result;
 }
 
+/// `base` with its six calendar fields replaced; month counts from 0 and year
+/// from 1900, as in tm.
+tm withFields(tm base, int day, int month, int year, int hour, int minute, int second)
+{
+    base.tm_mday = day;
+    base.tm_mon = month;
+    base.tm_year = year;
+    base.tm_hour = hour;
+    base.tm_min = minute;
+    base.tm_sec = second;
+    return base;
+}
+
 /// A copy of what localtime or gmtime returned; a zeroed tm for the null
 /// they give when the year would not fit.
 tm copyOf(const tm* source)
@@ -91,13 +104,7 @@ const char* const OrvaDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Ap
 OrvaDateTime::OrvaDateTime() : m_oLocale(OrvaLocaleFactory::getDefaultLocale(false))
 {
     time_t now = time(nullptr);
-    tm local = copyOf(localtime(&now));
-    m_nDay = local.tm_mday;
-    m_nMonth = local.tm_mon;
-    m_nYear = local.tm_year + 1900;
-    m_nHour = local.tm_hour;
-    m_nMinute = local.tm_min;
-    m_nSecond = local.tm_sec;
+    takeFields(copyOf(localtime(&now)));
     m_nInstanceId = ++m_objectCounter;
 }
 
@@ -127,13 +134,7 @@ OrvaDateTime::~OrvaDateTime() {}
 
 time_t OrvaDateTime::getTime() const
 {
-    tm fields = blankTm();
-    fields.tm_mday = m_nDay;
-    fields.tm_mon = m_nMonth;
-    fields.tm_year = m_nYear - 1900;
-    fields.tm_hour = m_nHour;
-    fields.tm_min = m_nMinute;
-    fields.tm_sec = m_nSecond;
+    tm fields = withFields(blankTm(), m_nDay, m_nMonth, m_nYear - 1900, m_nHour, m_nMinute, m_nSecond);
     return mktime(&fields);
 }
 
@@ -198,88 +199,99 @@ bool OrvaDateTime::operatorImpl(const tm& time, std::string& error)
 {
     if (!validateDateTime(time, error))
         return false;
+    takeFields(time);
+    adjustInstanceId();
+    return true;
+}
+
+void OrvaDateTime::takeFields(const tm& time)
+{
     m_nDay = time.tm_mday;
     m_nMonth = time.tm_mon;
     m_nYear = time.tm_year + 1900;
     m_nHour = time.tm_hour;
     m_nMinute = time.tm_min;
     m_nSecond = time.tm_sec;
-    adjustInstanceId();
+}
+
+namespace
+{
+
+// The three text forms, one reader each: true with `fields` filled, or false
+// with `error` set.
+
+// "Tue, 15 Nov 1994 08:12:31 GMT". The day name and the zone are read but not
+// used; the fields are taken as local time and may carry.
+bool readRfcForm(const OrvaDateTime& date, const std::string& text, tm& fields, std::string& error)
+{
+    char dayName[kWordBufferSize] = "", monthName[kWordBufferSize] = "", zone[kWordBufferSize] = "";
+    int ends[3] = {-1, -1, -1};
+    int dayOfMonth = 0, year = 0, hour = 0, minute = 0, second = 0;
+    if (text.size() > kMaxRfcLength ||
+        sscanf(text.c_str(), "%9s%n %d %9s%n %d %d:%d:%d %9s%n", dayName, &ends[0], &dayOfMonth, monthName,
+               &ends[1], &year, &hour, &minute, &second, zone, &ends[2]) != 8 ||
+        !wordsComplete(text, ends, 3))
+    {
+        error = kBadRfcFormat;
+        return false;
+    }
+    std::string name(monthName);
+    fields = withFields(blankTm(), dayOfMonth, date.getMonthForRFCName(name), addClamped(year, -1900), hour,
+                        minute, second);
+    time_t carried = mktime(&fields);
+    fields = copyOf(localtime(&carried));
     return true;
 }
 
+// "15/11/1994 08:12:31", day first; the time of day is optional.
+bool readNumericForm(const std::string& text, tm& fields, std::string& error)
+{
+    int dayOfMonth = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
+    if (text.size() > kMaxNumericLength)
+    {
+        error = kBadRfcFormat;
+        return false;
+    }
+    if (sscanf(text.c_str(), "%d/%d/%d %d:%d:%d", &dayOfMonth, &month, &year, &hour, &minute, &second) <= 2)
+    {
+        error = kBadFormat;
+        return false;
+    }
+    fields = withFields(blankTm(), dayOfMonth, addClamped(month, -1), addClamped(year, -1900), hour, minute,
+                        second);
+    return true;
+}
+
+// "Tue Nov 15 08:12:31 1994", the order of ctime.
+bool readCtimeForm(const OrvaDateTime& date, const std::string& text, tm& fields, std::string& error)
+{
+    char dayName[kWordBufferSize] = "", monthName[kWordBufferSize] = "";
+    int ends[2] = {-1, -1};
+    int dayOfMonth = 0, year = 0, hour = 0, minute = 0, second = 0;
+    if (text.size() > kMaxCtimeLength ||
+        sscanf(text.c_str(), "%9s%n %9s%n %d %d:%d:%d %d", dayName, &ends[0], monthName, &ends[1],
+               &dayOfMonth, &hour, &minute, &second, &year) != 7 ||
+        !wordsComplete(text, ends, 2))
+    {
+        error = kBadFormat;
+        return false;
+    }
+    std::string name(monthName);
+    fields = withFields(blankTm(), dayOfMonth, date.getMonthForRFCName(name), addClamped(year, -1900), hour,
+                        minute, second);
+    return true;
+}
+
+} // namespace
+
 bool OrvaDateTime::setDateTime(const std::string& text, std::string& error)
 {
-    const char* source = text.c_str();
     tm fields = blankTm();
-    char dayName[kWordBufferSize] = "";
-    char monthName[kWordBufferSize] = "";
-    char zone[kWordBufferSize] = "";
-    int ends[3] = {-1, -1, -1};
-    int dayOfMonth = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
-
-    if (text.find(',') != std::string::npos)
-    {
-        // "Tue, 15 Nov 1994 08:12:31 GMT". The day name and the zone are read
-        // but not used; the fields are taken as local time and may carry.
-        if (text.size() > kMaxRfcLength ||
-            sscanf(source, "%9s%n %d %9s%n %d %d:%d:%d %9s%n", dayName, &ends[0], &dayOfMonth, monthName,
-                   &ends[1], &year, &hour, &minute, &second, zone, &ends[2]) != 8 ||
-            !wordsComplete(text, ends, 3))
-        {
-            error = kBadRfcFormat;
-            return false;
-        }
-        std::string name(monthName);
-        fields.tm_mday = dayOfMonth;
-        fields.tm_mon = getMonthForRFCName(name);
-        fields.tm_year = addClamped(year, -1900);
-        fields.tm_hour = hour;
-        fields.tm_min = minute;
-        fields.tm_sec = second;
-        time_t carried = mktime(&fields);
-        fields = copyOf(localtime(&carried));
-    }
-    else if (text.find('/') != std::string::npos)
-    {
-        // "15/11/1994 08:12:31", day first; the time of day is optional.
-        if (text.size() > kMaxNumericLength)
-        {
-            error = kBadRfcFormat;
-            return false;
-        }
-        if (sscanf(source, "%d/%d/%d %d:%d:%d", &dayOfMonth, &month, &year, &hour, &minute, &second) <= 2)
-        {
-            error = kBadFormat;
-            return false;
-        }
-        fields.tm_mday = dayOfMonth;
-        fields.tm_mon = addClamped(month, -1);
-        fields.tm_year = addClamped(year, -1900);
-        fields.tm_hour = hour;
-        fields.tm_min = minute;
-        fields.tm_sec = second;
-    }
-    else
-    {
-        // "Tue Nov 15 08:12:31 1994", the order of ctime.
-        if (text.size() > kMaxCtimeLength ||
-            sscanf(source, "%9s%n %9s%n %d %d:%d:%d %d", dayName, &ends[0], monthName, &ends[1], &dayOfMonth,
-                   &hour, &minute, &second, &year) != 7 ||
-            !wordsComplete(text, ends, 2))
-        {
-            error = kBadFormat;
-            return false;
-        }
-        std::string name(monthName);
-        fields.tm_mday = dayOfMonth;
-        fields.tm_mon = getMonthForRFCName(name);
-        fields.tm_year = addClamped(year, -1900);
-        fields.tm_hour = hour;
-        fields.tm_min = minute;
-        fields.tm_sec = second;
-    }
-
+    const bool read = text.find(',') != std::string::npos   ? readRfcForm(*this, text, fields, error)
+                      : text.find('/') != std::string::npos ? readNumericForm(text, fields, error)
+                                                            : readCtimeForm(*this, text, fields, error);
+    if (!read)
+        return false;
     if (!operatorImpl(fields, error))
         throw OrvaInvalidDateException(error);
     return true;
@@ -310,48 +322,43 @@ bool OrvaDateTime::setDateTimeImpl(unsigned day, unsigned month, unsigned year, 
 {
     // tm_isdst stays 0 here, unlike in the parsed forms: the caller speaks
     // of standard time.
-    tm fields = tm();
-    fields.tm_mday = static_cast<int>(day);
-    fields.tm_mon = static_cast<int>(month - 1);
-    fields.tm_year = static_cast<int>(year);
-    fields.tm_hour = static_cast<int>(hour);
-    fields.tm_min = static_cast<int>(minute);
-    fields.tm_sec = static_cast<int>(second);
+    const tm fields =
+        withFields(tm(), static_cast<int>(day), static_cast<int>(month - 1), static_cast<int>(year),
+                   static_cast<int>(hour), static_cast<int>(minute), static_cast<int>(second));
     if (!operatorImpl(fields, error))
         throw OrvaInvalidDateException(error);
     adjustInstanceId();
     return true;
 }
 
+// Validates this date with one local field replaced, after a range check of
+// the new value when `highest` is above 0.
+bool OrvaDateTime::probeField(int tm::*field, unsigned value, int offset, unsigned highest,
+                              const char* tooHigh, std::string& error) const
+{
+    if (highest > 0 && (value < 1 || value > highest))
+    {
+        error = tooHigh;
+        return false;
+    }
+    tm probe = localFieldsOf(*this);
+    probe.*field = static_cast<int>(value) + offset;
+    return validateDateTime(probe, error);
+}
+
 bool OrvaDateTime::setYearImpl(unsigned year, std::string& error) const
 {
-    tm probe = localFieldsOf(*this);
-    probe.tm_year = static_cast<int>(year - 1900);
-    return validateDateTime(probe, error);
+    return probeField(&tm::tm_year, year, -1900, 0, "", error);
 }
 
 bool OrvaDateTime::setMonthImpl(unsigned month, std::string& error) const
 {
-    if (month < 1 || month > 12)
-    {
-        error = "Invalid Month : Exceeds 12";
-        return false;
-    }
-    tm probe = localFieldsOf(*this);
-    probe.tm_mon = static_cast<int>(month - 1);
-    return validateDateTime(probe, error);
+    return probeField(&tm::tm_mon, month, -1, 12, "Invalid Month : Exceeds 12", error);
 }
 
 bool OrvaDateTime::setDayImpl(unsigned day, std::string& error) const
 {
-    if (day < 1 || day > 31)
-    {
-        error = "Invalid Day : Exceeds 31";
-        return false;
-    }
-    tm probe = localFieldsOf(*this);
-    probe.tm_mday = static_cast<int>(day);
-    return validateDateTime(probe, error);
+    return probeField(&tm::tm_mday, day, 0, 31, "Invalid Day : Exceeds 31", error);
 }
 
 bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)

@@ -215,6 +215,9 @@ protected:
     static std::wstring constructTimeString(tm* time, const std::locale& locale, const wchar_t* format);
 
 private:
+    void takeFields(const tm& time);
+    bool probeField(int tm::*field, unsigned value, int offset, unsigned highest, const char* tooHigh,
+                    std::string& error) const;
     /// This date as local time, written by `format` through constructTimeString.
     std::wstring formatLocalTime(const std::locale& locale, const wchar_t* format) const;
 
