@@ -1,5 +1,6 @@
 #include <ovkit/OrvaCriticalSection.h>
 
+#include "sync/AtomicField.h"
 #include "sync/Futex.h"
 #include "sync/KillShield.h"
 #include "sync/LockInternals.h"
@@ -48,6 +49,7 @@ template class OrvaSmartPointer<LockImplementation>;
 namespace
 {
 
+using namespace OrvaSupport::internal;
 using OrvaSupport::internal::enterKillShield;
 using OrvaSupport::internal::futexWait;
 using OrvaSupport::internal::futexWake;
@@ -92,14 +94,14 @@ inline int myLockerId()
 
 // --- the lock word ---------------------------------------------------------
 
-inline int* lockWord(LockImplementation* lock)
+inline int& lockWord(LockImplementation* lock)
 {
-    return &lock->m_mutex.__data.__lock;
+    return lock->m_mutex.__data.__lock;
 }
 
 inline int loadWord(LockImplementation* lock)
 {
-    return __atomic_load_n(lockWord(lock), __ATOMIC_RELAXED);
+    return loadRelaxed(lockWord(lock));
 }
 
 inline bool heldByMe(LockImplementation* lock, int id)
@@ -109,45 +111,40 @@ inline bool heldByMe(LockImplementation* lock, int id)
 
 inline bool tryTakeWord(LockImplementation* lock, int id)
 {
-    int expected = 0;
-    return __atomic_compare_exchange_n(lockWord(lock), &expected, id, false, __ATOMIC_ACQUIRE,
-                                       __ATOMIC_RELAXED);
+    return replaceAcquire(lockWord(lock), 0, id);
 }
 
 // Sleeps until the word is free, then takes it. Once a thread has slept it
 // takes the word with the waiters bit set, for others may still sleep.
 __attribute__((noinline)) void takeWordContended(LockImplementation* lock, int id)
 {
-    int* word = lockWord(lock);
+    int& word = lockWord(lock);
     for (;;)
     {
-        int seen = __atomic_load_n(word, __ATOMIC_RELAXED);
+        const int seen = loadRelaxed(word);
         if (seen == 0)
         {
-            if (__atomic_compare_exchange_n(word, &seen, id | c_nWaitersBit, false, __ATOMIC_ACQUIRE,
-                                            __ATOMIC_RELAXED))
+            if (replaceAcquire(word, 0, id | c_nWaitersBit))
                 return;
             continue;
         }
-        if ((seen & c_nWaitersBit) == 0 &&
-            !__atomic_compare_exchange_n(word, &seen, seen | c_nWaitersBit, false, __ATOMIC_RELAXED,
-                                         __ATOMIC_RELAXED))
+        if ((seen & c_nWaitersBit) == 0 && !replaceRelaxed(word, seen, seen | c_nWaitersBit))
             continue;
-        futexWait(word, seen | c_nWaitersBit);
+        futexWait(&word, seen | c_nWaitersBit);
     }
 }
 
 inline void releaseWord(LockImplementation* lock)
 {
-    if (__atomic_exchange_n(lockWord(lock), 0, __ATOMIC_RELEASE) & c_nWaitersBit)
-        futexWake(lockWord(lock), 1);
+    if (exchangeRelease(lockWord(lock), 0) & c_nWaitersBit)
+        futexWake(&lockWord(lock), 1);
 }
 
 // --- the held list ---------------------------------------------------------
 
 inline void storeOwner(LockImplementation* lock, pthread_t owner)
 {
-    __atomic_store_n(&lock->m_owner, owner, __ATOMIC_RELAXED);
+    storeRelaxed(lock->m_owner, owner);
 }
 
 inline void publishHead(LockImplementation* head)
@@ -307,7 +304,7 @@ namespace OrvaSupport
 OrvaCriticalSectionObject::OrvaCriticalSectionObject(const OrvaCriticalSectionObject& other)
     : m_pHolder(nullptr), m_bFlag(other.m_bFlag)
 {
-    OrvaSmartPointer<LockImplementation>* source = __atomic_load_n(&other.m_pHolder, __ATOMIC_ACQUIRE);
+    OrvaSmartPointer<LockImplementation>* source = loadAcquire(other.m_pHolder);
     if (source)
         m_pHolder = new OrvaSmartPointer<LockImplementation>(*source);
 }
@@ -318,7 +315,7 @@ OrvaCriticalSectionObject& OrvaCriticalSectionObject::operator=(const OrvaCritic
         return *this;
     delete m_pHolder;
     m_pHolder = nullptr;
-    OrvaSmartPointer<LockImplementation>* source = __atomic_load_n(&other.m_pHolder, __ATOMIC_ACQUIRE);
+    OrvaSmartPointer<LockImplementation>* source = loadAcquire(other.m_pHolder);
     if (source)
         m_pHolder = new OrvaSmartPointer<LockImplementation>(*source);
     m_bFlag = other.m_bFlag;
@@ -334,7 +331,7 @@ void OrvaCriticalSectionObject::init()
 {
     // The holder is published with release order and tested with acquire
     // order: plain moves on this machine, and a sound double-checked open.
-    if (__atomic_load_n(&m_pHolder, __ATOMIC_ACQUIRE))
+    if (loadAcquire(m_pHolder))
         return;
     open();
 }
@@ -352,7 +349,7 @@ void OrvaCriticalSectionObject::open()
         holder = newHolder();
         failed = holder == nullptr;
         if (holder)
-            __atomic_store_n(&m_pHolder, holder, __ATOMIC_RELEASE);
+            storeRelease(m_pHolder, holder);
     }
     else
     {
@@ -362,7 +359,7 @@ void OrvaCriticalSectionObject::open()
             holder = newHolder();
             failed = holder == nullptr;
             if (holder)
-                __atomic_store_n(&m_pHolder, holder, __ATOMIC_RELEASE);
+                storeRelease(m_pHolder, holder);
         }
         g_pCriticalSection->unlock();
     }
@@ -373,7 +370,7 @@ void OrvaCriticalSectionObject::open()
 
 inline LockImplementation* OrvaCriticalSectionObject::impl()
 {
-    OrvaSmartPointer<LockImplementation>* holder = __atomic_load_n(&m_pHolder, __ATOMIC_ACQUIRE);
+    OrvaSmartPointer<LockImplementation>* holder = loadAcquire(m_pHolder);
     if (__builtin_expect(holder == nullptr, 0))
     {
         open();
@@ -470,7 +467,7 @@ void reclaimLockAfterFork(OrvaCriticalSectionObject& lock)
     impl->m_pNextHeld = nullptr;
     impl->m_nLockCount = 0;
     storeOwner(impl, 0);
-    __atomic_store_n(lockWord(impl), 0, __ATOMIC_RELEASE);
+    storeRelease(lockWord(impl), 0);
 }
 
 } // namespace internal

@@ -3,6 +3,7 @@
 #include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaModule.h>
 
+#include "sync/AtomicField.h"
 #include "threads/LibraryRuntime.h"
 #include "threads/LibrarySignals.h"
 
@@ -29,17 +30,17 @@ std::vector<unsigned long> g_vExitThreads __attribute__((init_priority(101)));
 namespace
 {
 
-// The running flag is written by the thread and read by others. Atomic
-// accesses are plain moves on this machine; the release order also makes the
-// exit code, written before it, visible to whoever sees the flag fall.
+// The running flag is written by the thread and read by others; the release
+// order makes the exit code, written before it, visible to whoever sees the
+// flag fall.
 inline bool loadFlag(const bool& flag)
 {
-    return __atomic_load_n(&flag, __ATOMIC_ACQUIRE);
+    return internal::loadAcquire(flag);
 }
 
 inline void storeFlag(bool& flag, bool value)
 {
-    __atomic_store_n(&flag, value, __ATOMIC_RELEASE);
+    internal::storeRelease(flag, value);
 }
 
 // The block behind getHandle(): the thread id first, where clients expect a

@@ -8,6 +8,7 @@
 #include "log/LogMessage.h"
 #include "sync/OrvaEventBlock.h"
 
+#include <atomic>
 #include <cstddef>
 
 namespace OrvaSupport
@@ -17,7 +18,7 @@ namespace OrvaSupport
 class ThreadWaitTimer : public OrvaTimer
 {
 public:
-    explicit ThreadWaitTimer(bool* timedOut) : m_pTimedOut(timedOut) {}
+    explicit ThreadWaitTimer(std::atomic<bool>* timedOut) : m_pTimedOut(timedOut) {}
     ~ThreadWaitTimer() override
     {
         // A firing that the manager has decided on still calls this class's
@@ -29,7 +30,7 @@ public:
 
     void set() override
     {
-        __atomic_store_n(m_pTimedOut, true, __ATOMIC_SEQ_CST);
+        m_pTimedOut->store(true, std::memory_order_seq_cst);
         OrvaEvent::set();
         OVKIT_LOG(9, "ThreadWaitTimer::set: timer expired");
     }
@@ -42,14 +43,14 @@ public:
     }
 
 private:
-    bool* m_pTimedOut;
+    std::atomic<bool>* m_pTimedOut;
 };
 
 /// Receives the ThreadDone of every awaited thread.
 class ThreadWaitDependent : public OrvaDependent
 {
 public:
-    ThreadWaitDependent(ThreadWaitTimer& timer, OrvaCriticalSectionObject* lock, int* remaining)
+    ThreadWaitDependent(ThreadWaitTimer& timer, OrvaCriticalSectionObject* lock, std::atomic<int>* remaining)
         : m_rEvent(timer), m_pLock(lock), m_pLastThread(nullptr), m_pRemaining(remaining)
     {
     }
@@ -60,9 +61,9 @@ public:
         m_pLastThread = &dynamic_cast<OrvaThread&>(collaborator);
         OVKIT_LOG(9, "ThreadWaitDependent::handleNotification: thread " << m_pLastThread->getName()
                                                                         << " departed");
-        const int remaining = __atomic_load_n(m_pRemaining, __ATOMIC_SEQ_CST);
+        const int remaining = m_pRemaining->load(std::memory_order_seq_cst);
         if (remaining > 0)
-            __atomic_store_n(m_pRemaining, remaining - 1, __ATOMIC_SEQ_CST);
+            m_pRemaining->store(remaining - 1, std::memory_order_seq_cst);
         m_rEvent.setJustEvent();
         OVKIT_LOG(9, "ThreadWaitDependent::handleNotification: returning");
     }
@@ -73,14 +74,14 @@ private:
     ThreadWaitTimer& m_rEvent;
     OrvaCriticalSectionObject* m_pLock;
     OrvaThread* m_pLastThread;
-    int* m_pRemaining;
+    std::atomic<int>* m_pRemaining;
 };
 
 int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int milliseconds)
 {
     int result = -4;
-    bool timedOut = false;
-    int remaining = waitAll ? static_cast<int>(threads.size()) : 1;
+    std::atomic<bool> timedOut{false};
+    std::atomic<int> remaining{waitAll ? static_cast<int>(threads.size()) : 1};
     OrvaCriticalSectionObject lock;
     ThreadWaitTimer timer(&timedOut);
     ThreadWaitDependent dependent(timer, &lock, &remaining);
@@ -93,10 +94,10 @@ int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int millis
     // The event keeps no memory: a report that comes between two passes of
     // the loop does not wake it, but the count has moved, and the next report
     // or the timer releases the loop.
-    while (__atomic_load_n(&remaining, __ATOMIC_SEQ_CST) > 0)
+    while (remaining.load(std::memory_order_seq_cst) > 0)
     {
         timer.wait(-1);
-        if (__atomic_load_n(&timedOut, __ATOMIC_SEQ_CST))
+        if (timedOut.load(std::memory_order_seq_cst))
         {
             result = c_nWaitTimedOut;
             break;

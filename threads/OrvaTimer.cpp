@@ -4,6 +4,7 @@
 #include <ovkit/OrvaModule.h>
 #include <ovkit/OrvaThread.h>
 
+#include "sync/AtomicField.h"
 #include "sync/LockInternals.h"
 #include "sync/OrvaEventBlock.h"
 #include "threads/LibraryRuntime.h"
@@ -66,12 +67,12 @@ namespace
 
 inline bool loadFlag(const bool& flag)
 {
-    return __atomic_load_n(&flag, __ATOMIC_SEQ_CST);
+    return internal::loadSequenced(flag);
 }
 
 inline void storeFlag(bool& flag, bool value)
 {
-    __atomic_store_n(&flag, value, __ATOMIC_SEQ_CST);
+    internal::storeSequenced(flag, value);
 }
 
 // The handler of both SIGALRM and SIGUSR1 only releases the parked expiry
