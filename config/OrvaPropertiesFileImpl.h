@@ -41,9 +41,9 @@ struct Streams<wchar_t>
 };
 
 /// A 16-bit line collects this many units before its buffer first grows.
-const std::size_t s_nUnicodeLineStart = 8192;
+const std::size_t c_nUnicodeLineStart = 8192;
 /// The 16-bit reader takes the file in blocks of this many bytes.
-const std::size_t s_nUnicodeBlockSize = 65536;
+const std::size_t c_nUnicodeBlockSize = 65536;
 
 /// Consumes the byte order mark 0xFF 0xFE and returns true if the stream
 /// starts with it; otherwise leaves the stream as it was. Looks ahead without
@@ -160,8 +160,8 @@ template <class StringType>
 void OrvaProperties<StringType>::readUnicodeLines(std::istream& bytes, Char separator)
 {
     StringType line;
-    line.reserve(PropertyFile::s_nUnicodeLineStart);
-    std::string block(PropertyFile::s_nUnicodeBlockSize, '\0');
+    line.reserve(PropertyFile::c_nUnicodeLineStart);
+    std::string block(PropertyFile::c_nUnicodeBlockSize, '\0');
     int lowByte = -1; // first byte of a unit whose second byte is still to come
     bool afterCarriageReturn = false;
 

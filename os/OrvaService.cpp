@@ -21,7 +21,7 @@ namespace
 
 // Set by the first SIGINT or SIGTERM that reaches a service, and never
 // cleared: one stop by signal per process.
-bool g_bControlSignalHandled = false;
+bool s_bControlSignalHandled = false;
 
 // What the starting process reports when the child ended without writing its
 // outcome (the read then gets no bytes): the daemon did not come up.
@@ -244,14 +244,14 @@ void ControlHandler(int signal)
 {
     if (signal != SIGINT && signal != SIGTERM)
         return;
-    if (g_bControlSignalHandled)
+    if (s_bControlSignalHandled)
         return;
     OrvaService* pService = OrvaService::getService();
     if (pService == nullptr)
         return;
 
     const int savedErrno = errno;
-    g_bControlSignalHandled = true;
+    s_bControlSignalHandled = true;
     pService->stop();
     errno = savedErrno;
 }

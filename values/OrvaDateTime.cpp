@@ -15,20 +15,20 @@ namespace OrvaSupport
 namespace
 {
 
-const char* const kInvalidDate = "Input does not compute to a valid DateTime object";
-const char* const kBadRfcFormat = "Incorrect RFC1123 DateTime format";
-const char* const kBadFormat = "Incorrect DateTime format";
-const char* const kBadShift = "Subtracting does not compute to a valid Date. Trying to subtract field,";
-const char* const kShiftTail = " with ";
+const char* const c_szInvalidDate = "Input does not compute to a valid DateTime object";
+const char* const c_szBadRfcFormat = "Incorrect RFC1123 DateTime format";
+const char* const c_szBadFormat = "Incorrect DateTime format";
+const char* const c_szBadShift = "Subtracting does not compute to a valid Date. Trying to subtract field,";
+const char* const c_szShiftTail = " with ";
 
 // Longest texts accepted by the three parsed forms.
-const std::string::size_type kMaxRfcLength = 29;
-const std::string::size_type kMaxNumericLength = 19;
-const std::string::size_type kMaxCtimeLength = 25;
+const std::string::size_type c_nMaxRfcLength = 29;
+const std::string::size_type c_nMaxNumericLength = 19;
+const std::string::size_type c_nMaxCtimeLength = 25;
 
 // The name and zone words are read into buffers of this size; the scan
 // formats bound them to one character less.
-const int kWordBufferSize = 10;
+const int c_nWordBufferSize = 10;
 
 /// A zeroed tm whose summer-time flag is left to mktime.
 tm blankTm()
@@ -191,7 +191,7 @@ bool OrvaDateTime::validateDateTime(const tm& time, std::string& error) const
     if (valid && time.tm_year > INT_MAX - 1900)
         valid = false;
     if (!valid)
-        error = kInvalidDate;
+        error = c_szInvalidDate;
     return valid;
 }
 
@@ -224,15 +224,15 @@ namespace
 // used; the fields are taken as local time and may carry.
 bool readRfcForm(const OrvaDateTime& date, const std::string& text, tm& fields, std::string& error)
 {
-    char dayName[kWordBufferSize] = "", monthName[kWordBufferSize] = "", zone[kWordBufferSize] = "";
+    char dayName[c_nWordBufferSize] = "", monthName[c_nWordBufferSize] = "", zone[c_nWordBufferSize] = "";
     int ends[3] = {-1, -1, -1};
     int dayOfMonth = 0, year = 0, hour = 0, minute = 0, second = 0;
-    if (text.size() > kMaxRfcLength ||
+    if (text.size() > c_nMaxRfcLength ||
         sscanf(text.c_str(), "%9s%n %d %9s%n %d %d:%d:%d %9s%n", dayName, &ends[0], &dayOfMonth, monthName,
                &ends[1], &year, &hour, &minute, &second, zone, &ends[2]) != 8 ||
         !wordsComplete(text, ends, 3))
     {
-        error = kBadRfcFormat;
+        error = c_szBadRfcFormat;
         return false;
     }
     std::string name(monthName);
@@ -247,14 +247,14 @@ bool readRfcForm(const OrvaDateTime& date, const std::string& text, tm& fields, 
 bool readNumericForm(const std::string& text, tm& fields, std::string& error)
 {
     int dayOfMonth = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
-    if (text.size() > kMaxNumericLength)
+    if (text.size() > c_nMaxNumericLength)
     {
-        error = kBadRfcFormat;
+        error = c_szBadRfcFormat;
         return false;
     }
     if (sscanf(text.c_str(), "%d/%d/%d %d:%d:%d", &dayOfMonth, &month, &year, &hour, &minute, &second) <= 2)
     {
-        error = kBadFormat;
+        error = c_szBadFormat;
         return false;
     }
     fields = withFields(blankTm(), dayOfMonth, addClamped(month, -1), addClamped(year, -1900), hour, minute,
@@ -265,15 +265,15 @@ bool readNumericForm(const std::string& text, tm& fields, std::string& error)
 // "Tue Nov 15 08:12:31 1994", the order of ctime.
 bool readCtimeForm(const OrvaDateTime& date, const std::string& text, tm& fields, std::string& error)
 {
-    char dayName[kWordBufferSize] = "", monthName[kWordBufferSize] = "";
+    char dayName[c_nWordBufferSize] = "", monthName[c_nWordBufferSize] = "";
     int ends[2] = {-1, -1};
     int dayOfMonth = 0, year = 0, hour = 0, minute = 0, second = 0;
-    if (text.size() > kMaxCtimeLength ||
+    if (text.size() > c_nMaxCtimeLength ||
         sscanf(text.c_str(), "%9s%n %9s%n %d %d:%d:%d %d", dayName, &ends[0], monthName, &ends[1],
                &dayOfMonth, &hour, &minute, &second, &year) != 7 ||
         !wordsComplete(text, ends, 2))
     {
-        error = kBadFormat;
+        error = c_szBadFormat;
         return false;
     }
     std::string name(monthName);
@@ -404,11 +404,11 @@ bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)
     }
     if (!computes || mktime(&shifted) == static_cast<time_t>(-1))
     {
-        error = kBadShift;
+        error = c_szBadShift;
         // The tail of " with " from offset field + amount, where that offset
         // lies inside it; the numbers themselves are never printed.
         long long offset = static_cast<long long>(field) + amount;
-        std::string tail(kShiftTail);
+        std::string tail(c_szShiftTail);
         if (offset >= 0 && offset <= static_cast<long long>(tail.size()))
             error += tail.substr(static_cast<std::string::size_type>(offset));
         return false;
