@@ -78,7 +78,9 @@ public:
     /// rule return -3 at once (the nanoseconds are out of range). A bounded
     /// wait is done with an OrvaTimer and a wait without limit.
     virtual int wait(int milliseconds);
-    /// The block that holds the condition variable and its mutex.
+    /// The block behind the event: a pthread_cond_t followed by its
+    /// pthread_mutex_t, then state of the library's own. set() broadcasts the
+    /// condition variable without taking the mutex.
     virtual void* getHandle();
     /// A new OrvaEventNotification; the caller hands it back to destroyNotification().
     virtual OrvaNotification* createNotification();

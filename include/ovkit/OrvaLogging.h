@@ -38,7 +38,8 @@
 // Targets are a bit mask: 1 the log file, 2 standard output; 0 formats records
 // and drops them. The file's name is the constructor's name cut at its last
 // dot, followed by a number from rand() and ".log": "/var/tmp/agent.log"
-// becomes for instance "/var/tmp/agent1804289383.log". The file is truncated
+// becomes for instance "/var/tmp/agent1804289383.log"; a double quote at the
+// start of that name is dropped ("\"/tmp/x.log" opens "/tmp/x<n>.log"). The file is truncated
 // at opening, each opening draws a new number, and the opening and any
 // failure to open are announced on standard error whatever the level.
 //
