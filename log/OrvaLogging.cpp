@@ -154,6 +154,19 @@ void OrvaLogging::appendFormatted(const char* format, ...)
     m_oRecordStream << m_szConversionBuffer;
 }
 
+// One numeric insertion: formatted into the record if the log accepts it.
+template <class Value>
+OrvaLogging& OrvaLogging::insertFormatted(const char* format, Value value)
+{
+    internal::runShielded(
+        [&]
+        {
+            if (getLogAccess())
+                appendFormatted(format, value);
+        });
+    return *this;
+}
+
 OrvaLogging& OrvaLogging::operator<<(const char* text)
 {
     internal::runShielded(
@@ -178,112 +191,52 @@ OrvaLogging& OrvaLogging::operator<<(bool value)
 
 OrvaLogging& OrvaLogging::operator<<(short value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%d", value);
-        });
-    return *this;
+    return insertFormatted("%d", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(unsigned short value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%u", value);
-        });
-    return *this;
+    return insertFormatted("%u", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(int value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%d", value);
-        });
-    return *this;
+    return insertFormatted("%d", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(unsigned int value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%u", value);
-        });
-    return *this;
+    return insertFormatted("%u", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(long value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%ld", value);
-        });
-    return *this;
+    return insertFormatted("%ld", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(unsigned long value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%lu", value);
-        });
-    return *this;
+    return insertFormatted("%lu", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(float value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%f", static_cast<double>(value));
-        });
-    return *this;
+    return insertFormatted("%f", static_cast<double>(value));
 }
 
 OrvaLogging& OrvaLogging::operator<<(double value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%f", value);
-        });
-    return *this;
+    return insertFormatted("%f", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(const void* value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%p", value);
-        });
-    return *this;
+    return insertFormatted("%p", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(char value)
 {
-    internal::runShielded(
-        [&]
-        {
-            if (getLogAccess())
-                appendFormatted("%c", value);
-        });
-    return *this;
+    return insertFormatted("%c", value);
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::string& text)

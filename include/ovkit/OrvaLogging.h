@@ -222,6 +222,8 @@ private:
     static void endRecordShield(const OrvaLogging* log);
     void appendText(const char* text);
     void appendFormatted(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    template <class Value>
+    OrvaLogging& insertFormatted(const char* format, Value value);
     void writeRecord(const std::string& label, const std::string& text);
 
     int m_nTarget;
