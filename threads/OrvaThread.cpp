@@ -30,19 +30,6 @@ std::vector<unsigned long> g_vExitThreads __attribute__((init_priority(101)));
 namespace
 {
 
-// The running flag is written by the thread and read by others; the release
-// order makes the exit code, written before it, visible to whoever sees the
-// flag fall.
-inline bool loadFlag(const bool& flag)
-{
-    return internal::loadAcquire(flag);
-}
-
-inline void storeFlag(bool& flag, bool value)
-{
-    internal::storeRelease(flag, value);
-}
-
 // The block behind getHandle(): the thread id first, where clients expect a
 // pthread_t, then whether someone has joined or detached the thread. A
 // thread nobody joins is detached when its object lets go of the handle, so
@@ -131,7 +118,7 @@ void* OrvaThreadFn(void* object)
     {
         // The exit code is in place before anyone can see the thread ended.
         thread->m_nExitCode = rc;
-        storeFlag(thread->m_bRunning, false);
+        internal::storeRelease(thread->m_bRunning, false);
     }
     pthread_cleanup_pop(0);
 
@@ -241,11 +228,11 @@ void OrvaThread::start()
     // Running is set before the thread exists: a thread marked for death may
     // delete this object before pthread_create has returned, and a short one
     // may have ended already.
-    storeFlag(m_bRunning, true);
+    internal::storeRelease(m_bRunning, true);
     if (!createThread(&handle->m_id, this))
     {
         internal::noteStartFailure();
-        storeFlag(m_bRunning, false);
+        internal::storeRelease(m_bRunning, false);
         m_pHandle = nullptr;
         delete handle;
     }
@@ -260,7 +247,7 @@ void OrvaThread::setWorkInfo(OrvaSmartPointer<OrvaWorkInformation> work)
 
 int OrvaThread::wait(int milliseconds)
 {
-    if (!m_pHandle || !loadFlag(m_bRunning))
+    if (!m_pHandle || !internal::loadAcquire(m_bRunning))
         return c_nWaitDone;
     if (milliseconds == c_nWaitForever)
     {
@@ -314,7 +301,7 @@ void OrvaThread::kill()
     // A thread whose work has returned holds nothing worth recovering, and
     // once it is gone (detached, or joined) its id may already name another
     // thread: only a running thread is cancelled.
-    if (loadFlag(m_bRunning))
+    if (internal::loadAcquire(m_bRunning))
         pthread_cancel(threadHandle(m_pHandle)->m_id);
     cleanup(m_pHandle);
 }
@@ -326,7 +313,7 @@ void OrvaThread::cleanup(void*& handle)
         pthread_detach(block->m_id);
     delete block;
     handle = nullptr;
-    storeFlag(m_bRunning, false);
+    internal::storeRelease(m_bRunning, false);
 }
 
 bool OrvaThread::isAlive()

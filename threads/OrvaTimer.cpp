@@ -65,16 +65,6 @@ bool OrvaTimerManager::m_bExiting = false;
 namespace
 {
 
-inline bool loadFlag(const bool& flag)
-{
-    return internal::loadSequenced(flag);
-}
-
-inline void storeFlag(bool& flag, bool value)
-{
-    internal::storeSequenced(flag, value);
-}
-
 // The handler of both SIGALRM and SIGUSR1 only releases the parked expiry
 // thread: a signal handler must not allocate, create a thread or run a
 // dependent, and the thread it interrupts is arbitrary. The expiry thread
@@ -207,7 +197,7 @@ bool OrvaTimer::isOneShot() const
 
 bool OrvaTimer::isQueued() const
 {
-    return loadFlag(m_bQueued);
+    return internal::loadSequenced(m_bQueued);
 }
 
 const OrvaTimer::TimeInterval& OrvaTimer::getInterval() const
@@ -242,14 +232,14 @@ void OrvaTimerManager::deleteInstance()
 
 bool OrvaTimerManager::isExiting()
 {
-    return loadFlag(m_bExiting);
+    return internal::loadSequenced(m_bExiting);
 }
 
 OrvaTimerManager::OrvaTimerManager() : m_bStopping(false), m_bElapsing(false) {}
 
 OrvaTimerManager::~OrvaTimerManager()
 {
-    storeFlag(m_bExiting, true);
+    internal::storeSequenced(m_bExiting, true);
     cancelTimer();
     // The library's threads still under way (the parked expiry thread, a
     // scan, a log watchdog) use this manager and the process-wide locks that
@@ -276,7 +266,7 @@ void OrvaTimerManager::addImpl(OrvaTimer& timer)
     while (position != m_vTimers.end() && !(timer.m_oTrigger <= (*position)->m_oTrigger))
         ++position;
     m_vTimers.insert(position, &timer);
-    storeFlag(timer.m_bQueued, true);
+    internal::storeSequenced(timer.m_bQueued, true);
 }
 
 void OrvaTimerManager::removeIfQueued(OrvaTimer& timer)
@@ -302,7 +292,7 @@ void OrvaTimerManager::remove(OrvaTimer& timer)
         // No timer left: the parked expiry thread need not wait any longer.
         internal::releaseParkedExpiryThread();
     }
-    storeFlag(timer.m_bQueued, false);
+    internal::storeSequenced(timer.m_bQueued, false);
 }
 
 void OrvaTimerManager::reset(bool fromSignal)
@@ -504,17 +494,17 @@ void OrvaTimerManager::timeout()
 
 void OrvaTimerManager::cancelTimer()
 {
-    storeFlag(m_bStopping, true);
+    internal::storeSequenced(m_bStopping, true);
     {
         OrvaCriticalSection guard(m_oListLock, true);
         m_oManagerEvent.set();
     }
-    storeFlag(m_bStopping, false);
+    internal::storeSequenced(m_bStopping, false);
 }
 
 bool OrvaTimerManager::isStopping() const
 {
-    return loadFlag(m_bStopping);
+    return internal::loadSequenced(m_bStopping);
 }
 
 std::size_t OrvaTimerManager::getTimerCount()
