@@ -1,6 +1,12 @@
 // Atomic access to fields whose plain type is part of a class's contract (a
 // bool flag, an int count, a pointer that clients may read), so they cannot be
-// std::atomic. One pair of helpers per memory order; each use names its order.
+// std::atomic. Each helper names its memory order, and each use names the
+// helper:
+//
+//     if (loadAcquire(m_pHolder)) ...
+//     storeRelease(m_bRunning, false);
+//     if (replaceAcquire(word, 0, id)) ...   // compare-and-swap
+//
 // Not installed.
 #ifndef OVKIT_SYNC_ATOMICFIELD_H
 #define OVKIT_SYNC_ATOMICFIELD_H
@@ -10,63 +16,60 @@ namespace OrvaSupport
 namespace internal
 {
 
-template <class T>
-inline T loadRelaxed(const T& field)
+// One function object per operation, parameterised by the order; the named
+// helpers below are its instances.
+template <int Order>
+struct AtomicLoad
 {
-    return __atomic_load_n(&field, __ATOMIC_RELAXED);
-}
+    template <class T>
+    T operator()(const T& field) const
+    {
+        return __atomic_load_n(&field, Order);
+    }
+};
 
-template <class T>
-inline void storeRelaxed(T& field, T value)
+template <int Order>
+struct AtomicStore
 {
-    __atomic_store_n(&field, value, __ATOMIC_RELAXED);
-}
+    template <class T>
+    void operator()(T& field, T value) const
+    {
+        __atomic_store_n(&field, value, Order);
+    }
+};
 
-template <class T>
-inline T loadAcquire(const T& field)
+// Replaces `expected` by `desired` with the given order on success; false and
+// nothing written when the field held something else.
+template <int Order>
+struct AtomicReplace
 {
-    return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
-}
+    template <class T>
+    bool operator()(T& field, T expected, T desired) const
+    {
+        return __atomic_compare_exchange_n(&field, &expected, desired, false, Order, __ATOMIC_RELAXED);
+    }
+};
 
-template <class T>
-inline void storeRelease(T& field, T value)
+// Stores a value and returns what the field held.
+template <int Order>
+struct AtomicExchange
 {
-    __atomic_store_n(&field, value, __ATOMIC_RELEASE);
-}
+    template <class T>
+    T operator()(T& field, T value) const
+    {
+        return __atomic_exchange_n(&field, value, Order);
+    }
+};
 
-template <class T>
-inline T loadSequenced(const T& field)
-{
-    return __atomic_load_n(&field, __ATOMIC_SEQ_CST);
-}
-
-template <class T>
-inline void storeSequenced(T& field, T value)
-{
-    __atomic_store_n(&field, value, __ATOMIC_SEQ_CST);
-}
-
-/// Replaces `expected` by `desired` with acquire order on success; false and
-/// nothing written when the field held something else.
-template <class T>
-inline bool replaceAcquire(T& field, T expected, T desired)
-{
-    return __atomic_compare_exchange_n(&field, &expected, desired, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
-}
-
-/// The same with relaxed order.
-template <class T>
-inline bool replaceRelaxed(T& field, T expected, T desired)
-{
-    return __atomic_compare_exchange_n(&field, &expected, desired, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
-}
-
-/// Stores `value` with release order and returns what the field held.
-template <class T>
-inline T exchangeRelease(T& field, T value)
-{
-    return __atomic_exchange_n(&field, value, __ATOMIC_RELEASE);
-}
+inline constexpr AtomicLoad<__ATOMIC_RELAXED> loadRelaxed{};
+inline constexpr AtomicStore<__ATOMIC_RELAXED> storeRelaxed{};
+inline constexpr AtomicLoad<__ATOMIC_ACQUIRE> loadAcquire{};
+inline constexpr AtomicStore<__ATOMIC_RELEASE> storeRelease{};
+inline constexpr AtomicLoad<__ATOMIC_SEQ_CST> loadSequenced{};
+inline constexpr AtomicStore<__ATOMIC_SEQ_CST> storeSequenced{};
+inline constexpr AtomicReplace<__ATOMIC_ACQUIRE> replaceAcquire{};
+inline constexpr AtomicReplace<__ATOMIC_RELAXED> replaceRelaxed{};
+inline constexpr AtomicExchange<__ATOMIC_RELEASE> exchangeRelease{};
 
 } // namespace internal
 } // namespace OrvaSupport

@@ -18,8 +18,22 @@ inline std::wint_t fold(wchar_t c)
     return std::towlower(static_cast<std::wint_t>(c));
 }
 
+} // namespace
+
 template <class C>
-int compareFolded(const C* a, const C* b, std::size_t n)
+bool char_traits_ci<C>::eq(C a, C b)
+{
+    return fold(a) == fold(b);
+}
+
+template <class C>
+bool char_traits_ci<C>::lt(C a, C b)
+{
+    return fold(a) < fold(b);
+}
+
+template <class C>
+int char_traits_ci<C>::compare(const C* a, const C* b, std::size_t n)
 {
     for (std::size_t i = 0; i < n; ++i)
     {
@@ -32,7 +46,7 @@ int compareFolded(const C* a, const C* b, std::size_t n)
 }
 
 template <class C>
-const C* findFolded(const C* s, std::size_t n, C c)
+const C* char_traits_ci<C>::find(const C* s, std::size_t n, const C& c)
 {
     const auto wanted = fold(c);
     for (std::size_t i = 0; i < n; ++i)
@@ -43,44 +57,5 @@ const C* findFolded(const C* s, std::size_t n, C c)
     return nullptr;
 }
 
-} // namespace
-
-bool char_traits_ci<char>::eq(char a, char b)
-{
-    return fold(a) == fold(b);
-}
-
-bool char_traits_ci<char>::lt(char a, char b)
-{
-    return fold(a) < fold(b);
-}
-
-int char_traits_ci<char>::compare(const char* a, const char* b, std::size_t n)
-{
-    return compareFolded(a, b, n);
-}
-
-const char* char_traits_ci<char>::find(const char* s, std::size_t n, const char& c)
-{
-    return findFolded(s, n, c);
-}
-
-bool char_traits_ci<wchar_t>::eq(wchar_t a, wchar_t b)
-{
-    return fold(a) == fold(b);
-}
-
-bool char_traits_ci<wchar_t>::lt(wchar_t a, wchar_t b)
-{
-    return fold(a) < fold(b);
-}
-
-int char_traits_ci<wchar_t>::compare(const wchar_t* a, const wchar_t* b, std::size_t n)
-{
-    return compareFolded(a, b, n);
-}
-
-const wchar_t* char_traits_ci<wchar_t>::find(const wchar_t* s, std::size_t n, const wchar_t& c)
-{
-    return findFolded(s, n, c);
-}
+template struct char_traits_ci<char>;
+template struct char_traits_ci<wchar_t>;

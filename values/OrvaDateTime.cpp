@@ -366,31 +366,12 @@ bool OrvaDateTime::modifyDate(FieldId_t field, int amount, std::string& error)
     if (amount == 0)
         return false;
 
+    // The tm member of each field, in the order of FieldId_t.
+    static int tm::*const c_aFieldMembers[] = {&tm::tm_mon,  &tm::tm_mday, &tm::tm_year,
+                                               &tm::tm_hour, &tm::tm_min,  &tm::tm_sec};
     tm shifted = localFieldsOf(*this);
-    int* target = nullptr;
-    switch (field)
-    {
-    case Month:
-        target = &shifted.tm_mon;
-        break;
-    case Day:
-        target = &shifted.tm_mday;
-        break;
-    case Year:
-        target = &shifted.tm_year;
-        break;
-    case Hour:
-        target = &shifted.tm_hour;
-        break;
-    case Minute:
-        target = &shifted.tm_min;
-        break;
-    case Second:
-        target = &shifted.tm_sec;
-        break;
-    default:
-        break;
-    }
+    const unsigned index = static_cast<unsigned>(field);
+    int* target = index < 6 ? &(shifted.*c_aFieldMembers[index]) : nullptr;
 
     // A sum that leaves the range of int counts as a failure of mktime.
     bool computes = true;

@@ -23,35 +23,24 @@
 #include <cstddef>
 #include <string>
 
-/// Case-insensitive character traits, defined for char and wchar_t only.
+/// Case-insensitive character traits, instantiated for char and wchar_t only.
 template <class C>
-struct char_traits_ci;
-
-/// Narrow case-insensitive traits: folding with tolower of the signed char.
-template <>
-struct OVKIT_API char_traits_ci<char> : public std::char_traits<char>
+struct char_traits_ci : public std::char_traits<C>
 {
     /// True when both characters fold to the same value.
-    static bool eq(char a, char b);
+    static bool eq(C a, C b);
     /// Orders by the folded values.
-    static bool lt(char a, char b);
+    static bool lt(C a, C b);
     /// At the first of the n positions where the folded values differ: -1 if
     /// the folded character of a is the lower, otherwise 1. 0 if none differs.
-    static int compare(const char* a, const char* b, std::size_t n);
+    static int compare(const C* a, const C* b, std::size_t n);
     /// The first of the n characters at s that folds to the folded value of c,
     /// or null.
-    static const char* find(const char* s, std::size_t n, const char& c);
+    static const C* find(const C* s, std::size_t n, const C& c);
 };
 
-/// Wide case-insensitive traits: folding with towlower.
-template <>
-struct OVKIT_API char_traits_ci<wchar_t> : public std::char_traits<wchar_t>
-{
-    static bool eq(wchar_t a, wchar_t b);
-    static bool lt(wchar_t a, wchar_t b);
-    static int compare(const wchar_t* a, const wchar_t* b, std::size_t n);
-    static const wchar_t* find(const wchar_t* s, std::size_t n, const wchar_t& c);
-};
+extern template struct OVKIT_API char_traits_ci<char>;
+extern template struct OVKIT_API char_traits_ci<wchar_t>;
 
 namespace OrvaSupport
 {
