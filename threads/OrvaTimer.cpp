@@ -211,6 +211,10 @@ OrvaTimer::TimeInterval OrvaTimer::getTrigger() const
 }
 
 // --- OrvaTimerManager -----------------------------------------------------
+//
+// Lock order: the elapse lock (one scan at a time) before the list lock. A
+// scan holds the elapse lock while it calls the timers' set(), with the list
+// lock given up by one level, so a set() may add and remove timers.
 
 OrvaTimerManager* OrvaTimerManager::getInstance()
 {
@@ -295,6 +299,11 @@ void OrvaTimerManager::remove(OrvaTimer& timer)
     internal::storeSequenced(timer.m_bQueued, false);
 }
 
+// A due timer is fired on the calling thread only when the elapse lock is
+// free: waiting for it here, with the list lock held, could deadlock against
+// a scan. Otherwise, and always from a signal, the firing is handed to an
+// expiry thread. A timer not yet due needs a parked expiry thread for the
+// signal to release, then setitimer.
 void OrvaTimerManager::reset(bool fromSignal)
 {
     OrvaCriticalSection guard(m_oListLock, true);

@@ -117,15 +117,11 @@ private:
 ///
 /// It exists from the first getInstance() to deleteInstance(), which the
 /// library calls when it is unloaded; after that every getInstance() throws.
-/// Lock order: the elapse lock (one scan at a time) before the list lock. A
-/// scan holds the elapse lock while it calls the timers' set(), so a slow
-/// dependent delays every other timer.
-///
-/// The signal handlers only post a semaphore; the firing is done by an
-/// expiry thread that was created ahead and parked. In a child process after
-/// fork() the manager takes back its locks and arms the system timer again.
-/// At unload the manager waits (at most two seconds) for the library's own
-/// threads that are still under way.
+/// One scan runs at a time and calls the due timers' set() in turn, so a slow
+/// dependent delays every other timer. Firings run on library threads, never
+/// in signal context. A child process after fork() keeps its timers: the
+/// system timer is armed again there. At unload the manager waits (at most
+/// two seconds) for the library's own threads that are still under way.
 class OVKIT_API OrvaTimerManager
 {
 public:
@@ -149,24 +145,20 @@ public:
     /// Re-arms for the remaining timers; an empty list cancels instead, and
     /// a system timer that is still running then expires with nothing to do.
     void remove(OrvaTimer& timer);
-    /// Arms for the earliest timer. A timer that is already due is fired at
-    /// once on the calling thread (`fromSignal` false), unless another thread
-    /// holds the elapse lock (waiting for it here, with the list lock held,
-    /// could deadlock); then, and always with `fromSignal` true, the firing
-    /// is handed to an expiry thread, which scans as soon as the scan under
-    /// way is over. Otherwise it makes sure an expiry thread is parked and
-    /// calls setitimer with the time to the earliest firing. The milliseconds
-    /// go into the microsecond field unscaled, so 500 milliseconds arm 500
-    /// microseconds. Does nothing during a scan or with an empty list.
+    /// Arms for the earliest timer. A timer that is already due fires at
+    /// once: on the calling thread when `fromSignal` is false and no scan is
+    /// under way, otherwise on a library thread as soon as the running scan
+    /// is over. The milliseconds go into the microsecond field of setitimer
+    /// unscaled, so 500 milliseconds arm 500 microseconds. Does nothing
+    /// during a scan or with an empty list.
     void reset(bool fromSignal);
     /// The scan: sets each due timer once, in list order, re-queueing the
     /// repeating ones from the present time, then re-arms. The set() calls
-    /// run on this thread with the list lock given up by one level; an
+    /// run on this thread; a timer's set() may add and remove timers. An
     /// exception from a timer's dependents is dropped, so that the other
     /// timers go on.
     void elapsed();
-    /// Starts a self-deleting thread that runs elapsed(). (A SIGALRM releases
-    /// an expiry thread that was parked ahead, outside signal context.)
+    /// Starts a self-deleting thread that runs elapsed().
     void timeout();
     /// Marks the manager as stopping while it sets the manager event.
     void cancelTimer();
