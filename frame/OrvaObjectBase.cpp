@@ -3,6 +3,7 @@
 #include <ovkit/OrvaCriticalSection.h>
 
 #include "sync/KillShield.h"
+#include "sync/LockInternals.h"
 
 #include <cctype>
 #include <cstdlib>
@@ -35,25 +36,18 @@ void OVKITFinitOrvaObjectBase()
 
 OrvaObjectBase::~OrvaObjectBase() noexcept(false) {}
 
-// The section is taken and left by hand rather than through a guard: these
-// frames then need no exception tables, and a thread killed at any of their
-// instructions unwinds through them cleanly (its recover function gives the
-// section back).
+// The count changes under the process-wide section, held just around the
+// addition. These frames need no exception tables, so a thread killed at any
+// of their instructions unwinds through them cleanly (its recover function
+// gives the section back).
 int OrvaObjectBase::addRef()
 {
-    OrvaCriticalSectionObject* section = g_pCriticalSection;
-    section->lock();
-    const int count = ++m_nRefCount;
-    section->unlock();
-    return count;
+    return internal::adjustUnderLock(*g_pCriticalSection, m_nRefCount, 1);
 }
 
 int OrvaObjectBase::release()
 {
-    OrvaCriticalSectionObject* section = g_pCriticalSection;
-    section->lock();
-    const int count = --m_nRefCount;
-    section->unlock();
+    const int count = internal::adjustUnderLock(*g_pCriticalSection, m_nRefCount, -1);
     if (count != 0)
         return count;
     // The destructor runs outside the global section, and is not cut short

@@ -8,13 +8,17 @@
 #include <ovkit/OrvaStringUtilities.h>
 
 #include "log/LogMessage.h"
+#include "sync/AtomicField.h"
 #include "sync/KillShield.h"
 #include "threads/LibraryRuntime.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <pthread.h>
+#include <type_traits>
 
 namespace OrvaSupport
 {
@@ -34,7 +38,159 @@ int printableThreadId()
     return static_cast<int>(static_cast<unsigned int>(pthread_self()));
 }
 
+// Writes `value` in decimal at `out`, zero-padded to `width` digits, and
+// returns the end. For values from 0 up, as the date fields are.
+char* putPadded(char* out, unsigned value, int width)
+{
+    char* end = out + width;
+    for (char* digit = end; digit != out;)
+    {
+        *--digit = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    return end;
+}
+
+// Writes an integer as "%d" or "%u" (and their long forms) do, and returns
+// the end.
+template <class Integer>
+char* putDecimal(char* out, Integer value)
+{
+    using Magnitude = typename std::make_unsigned<Integer>::type;
+    char digits[24];
+    char* first = digits + sizeof(digits);
+    Magnitude magnitude = static_cast<Magnitude>(value);
+    bool negative = false;
+    if constexpr (std::is_signed<Integer>::value)
+    {
+        negative = value < 0;
+        if (negative)
+            magnitude = static_cast<Magnitude>(0) - magnitude;
+    }
+    do
+    {
+        *--first = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (negative)
+        *--first = '-';
+    const std::size_t length = static_cast<std::size_t>(digits + sizeof(digits) - first);
+    std::memcpy(out, first, length);
+    return out + length;
+}
+
+// The prefix of a written line, as c_szPrefixFormat gives it, from the date
+// fields (year, month 1-12, day, hour, minute, second), the record's level
+// and the thread id. Returns the length the prefix has, which may be more
+// than fits: then only the part that fits (with a terminating zero) is
+// written, as snprintf does. Dates in their usual ranges are formatted here;
+// anything else goes through snprintf itself.
+std::size_t formatPrefix(char* buffer, std::size_t size, const int (&fields)[8], const char* label)
+{
+    static const int c_anWidths[6] = {4, 2, 2, 2, 2, 2};
+    static const int c_anLimits[6] = {9999, 12, 31, 23, 59, 60};
+    const std::size_t labelLength = std::strlen(label);
+    bool ordinary = size >= 64 + labelLength;
+    for (int i = 0; i < 6 && ordinary; ++i)
+        ordinary = fields[i] >= 0 && fields[i] <= c_anLimits[i];
+    if (!ordinary)
+    {
+        const int length = snprintf(buffer, size, c_szPrefixFormat, fields[0], fields[1], fields[2],
+                                    fields[3], fields[4], fields[5], fields[6], label, fields[7]);
+        return length < 0 ? 0 : static_cast<std::size_t>(length);
+    }
+    static const char c_acSeparators[6] = {'\0', '\0', '\0', '_', ':', ':'};
+    char* out = buffer;
+    for (int i = 0; i < 6; ++i)
+    {
+        if (c_acSeparators[i] != '\0')
+            *out++ = c_acSeparators[i];
+        out = putPadded(out, static_cast<unsigned>(fields[i]), c_anWidths[i]);
+    }
+    *out++ = ' ';
+    out = putDecimal(out, fields[6]);
+    *out++ = ' ';
+    std::memcpy(out, label, labelLength);
+    out += labelLength;
+    for (std::size_t pad = labelLength; pad < 10; ++pad)
+        *out++ = ' ';
+    *out++ = ' ';
+    *out++ = '[';
+    out = putDecimal(out, fields[7]);
+    *out++ = ']';
+    *out++ = ' ';
+    *out = '\0';
+    return static_cast<std::size_t>(out - buffer);
+}
+
+void unlockStream(void* stream)
+{
+    funlockfile(static_cast<FILE*>(stream));
+}
+
+// One line to one stream, flushed: a single write to the file for a line
+// that fits its buffer. The write is a cancellation point; a thread killed
+// there gives the stream back.
+void writeLine(FILE* stream, const char* prefix, std::size_t prefixLength, const char* text,
+               std::size_t textLength)
+{
+    flockfile(stream);
+    pthread_cleanup_push(unlockStream, stream);
+    fwrite_unlocked(prefix, 1, prefixLength, stream);
+    fwrite_unlocked(text, 1, textLength, stream);
+    fputc_unlocked('\n', stream);
+    fflush_unlocked(stream);
+    pthread_cleanup_pop(1);
+}
+
+// Logs whose record currently has a name; changed under the log's lock.
+std::atomic<int> s_nNamedRecords{0};
+
 } // namespace
+
+// The cheap tests that let a record below the global level pass without the
+// log lock. Each decides from a few relaxed loads that the locked path would
+// change nothing a later step could tell apart, while the global level stays
+// as it is:
+//   - an insertion whose record level is above the global level is dropped;
+//   - the log at rest (record level 9 above the global level, no name, no
+//     watchdog running, so no record open) needs no new level above the
+//     global one: the record stays as silent as it would be, and endrecord()
+//     puts the level back to 9 anyway;
+//   - endrecord() at rest has nothing to write and nothing to give back.
+// A log that is not at rest (a record open, a name set, or a level at or
+// below the global one) takes the locked path.
+struct internal::LogFastPath
+{
+    static bool isSilent(const OrvaLogging& log)
+    {
+        return loadRelaxed(log.m_nLogLevel) < loadRelaxed(log.m_nCurrentLevel);
+    }
+
+    static bool isAtRest(const OrvaLogging& log)
+    {
+        return loadRelaxed(log.m_nCurrentLevel) == c_nDefaultRecordLevel &&
+               loadRelaxed(log.m_nLogLevel) < c_nDefaultRecordLevel && loadRelaxed(log.m_bTimerIdle) &&
+               s_nNamedRecords.load(std::memory_order_relaxed) == 0;
+    }
+
+    static bool keepsSilentLevel(const OrvaLogging& log, const std::string& name, int level)
+    {
+        return name.empty() && level != 0 && level > loadRelaxed(log.m_nLogLevel) && isAtRest(log);
+    }
+
+    // Keeps the count of named records as the log's name changes (under its lock).
+    static void setName(OrvaLogging& log, const std::string& name)
+    {
+        const bool wasNamed = !log.m_sCurrentName.empty();
+        log.m_sCurrentName = name;
+        const int change = static_cast<int>(!name.empty()) - static_cast<int>(wasNamed);
+        if (change != 0)
+            s_nNamedRecords.fetch_add(change, std::memory_order_relaxed);
+    }
+};
+
+using internal::LogFastPath;
 
 OrvaLogging* OrvaLogging::m_pInstance = nullptr;
 char OrvaLogging::m_szConversionBuffer[8192];
@@ -121,7 +277,7 @@ void OrvaLogging::setGlobalLogLevel(int level)
 {
     if (level < -1 || level > 9)
         return;
-    m_nLogLevel = level;
+    internal::storeRelaxed(m_nLogLevel, level);
 }
 
 // ---------------------------------------------------------------------------
@@ -158,17 +314,31 @@ void OrvaLogging::appendFormatted(const char* format, ...)
 template <class Value>
 OrvaLogging& OrvaLogging::insertFormatted(const char* format, Value value)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded(
         [&]
         {
-            if (getLogAccess())
+            if (!getLogAccess())
+                return;
+            // Integers are written here, as printf would write them.
+            if constexpr (std::is_integral<Value>::value && !std::is_same<Value, char>::value)
+            {
+                *putDecimal(m_szConversionBuffer, value) = '\0';
+                appendText(m_szConversionBuffer);
+            }
+            else
+            {
                 appendFormatted(format, value);
+            }
         });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const char* text)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded(
         [&]
         {
@@ -180,6 +350,8 @@ OrvaLogging& OrvaLogging::operator<<(const char* text)
 
 OrvaLogging& OrvaLogging::operator<<(bool value)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded(
         [&]
         {
@@ -241,6 +413,8 @@ OrvaLogging& OrvaLogging::operator<<(char value)
 
 OrvaLogging& OrvaLogging::operator<<(const std::string& text)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded(
         [&]
         {
@@ -252,12 +426,16 @@ OrvaLogging& OrvaLogging::operator<<(const std::string& text)
 
 OrvaLogging& OrvaLogging::operator<<(const std::basic_string<char, char_traits_ci<char>>& text)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded([&] { *this << std::string(text.data(), text.size()); });
     return *this;
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::wstring& text)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded(
         [&]
         {
@@ -278,6 +456,8 @@ OrvaLogging& OrvaLogging::operator<<(const std::wstring& text)
 
 OrvaLogging& OrvaLogging::operator<<(const std::basic_string<wchar_t, char_traits_ci<wchar_t>>& text)
 {
+    if (LogFastPath::isSilent(*this))
+        return *this;
     internal::runShielded([&] { *this << std::wstring(text.data(), text.size()); });
     return *this;
 }
@@ -326,7 +506,8 @@ void OrvaLogging::endRecordShield(const OrvaLogging* log)
 // once the insertion or the record is done.
 void OrvaLogging::endrecord()
 {
-    internal::runShielded([this] { endrecordShielded(); });
+    if (!LogFastPath::isAtRest(*this))
+        internal::runShielded([this] { endrecordShielded(); });
     endRecordShield(this);
 }
 
@@ -360,46 +541,38 @@ void OrvaLogging::endrecordShielded()
         }
     }
 
-    m_nCurrentLevel = c_nDefaultRecordLevel;
-    m_sCurrentName.clear();
+    internal::storeRelaxed(m_nCurrentLevel, c_nDefaultRecordLevel);
+    LogFastPath::setName(*this, std::string());
     m_oLogLock.unwind();
 }
 
 void OrvaLogging::writeRecord(const std::string& label, const std::string& text)
 {
     char prefixBuffer[8192];
-    prefixBuffer[0] = '\0';
     std::string longPrefix;
     const char* prefix = prefixBuffer;
+    std::size_t prefixLength = 0;
     if (m_bPrefix && m_nCurrentLevel != 0)
     {
         OrvaDateTime now;
-        auto format = [&](char* buffer, std::size_t size)
-        {
-            return snprintf(buffer, size, c_szPrefixFormat, now.getYear(), now.getMonth() + 1,
-                            now.getDayOfMonth(), now.getHour(), now.getMinute(), now.getSecond(),
-                            m_nCurrentLevel, label.c_str(), printableThreadId());
-        };
-        const int length = format(prefixBuffer, sizeof(prefixBuffer));
-        if (length >= static_cast<int>(sizeof(prefixBuffer)))
+        const int fields[] = {now.getYear(),   now.getMonth() + 1, now.getDayOfMonth(), now.getHour(),
+                              now.getMinute(), now.getSecond(),    m_nCurrentLevel,     printableThreadId()};
+        prefixLength = formatPrefix(prefixBuffer, sizeof(prefixBuffer), fields, label.c_str());
+        if (prefixLength >= sizeof(prefixBuffer))
         {
             // A label of several kilobytes: format again at full size rather than cut it.
-            longPrefix.resize(static_cast<size_t>(length) + 1);
-            format(&longPrefix[0], longPrefix.size());
+            longPrefix.resize(prefixLength + 1);
+            formatPrefix(&longPrefix[0], longPrefix.size(), fields, label.c_str());
             prefix = longPrefix.c_str();
         }
     }
 
+    // The text ends at its first zero character, if it holds one.
+    const std::size_t textLength = std::strlen(text.c_str());
     if ((m_nTarget & c_nFileTarget) != 0 && m_pFile != nullptr)
-    {
-        fprintf(m_pFile, "%s%s\n", prefix, text.c_str());
-        fflush(m_pFile);
-    }
+        writeLine(m_pFile, prefix, prefixLength, text.c_str(), textLength);
     if ((m_nTarget & c_nStdoutTarget) != 0)
-    {
-        fprintf(stdout, "%s%s\n", prefix, text.c_str());
-        fflush(stdout);
-    }
+        writeLine(stdout, prefix, prefixLength, text.c_str(), textLength);
 }
 
 // ---------------------------------------------------------------------------
@@ -420,6 +593,11 @@ int OrvaLogging::getLogLevel(const std::string& name) const
 
 void OrvaLogging::setCurrentLevel(const std::string& name, int level)
 {
+    if (LogFastPath::keepsSilentLevel(*this, name, level))
+    {
+        beginRecordShield(this);
+        return;
+    }
     internal::runShielded(
         [&]
         {
@@ -427,8 +605,8 @@ void OrvaLogging::setCurrentLevel(const std::string& name, int level)
             beginRecordShield(this);
             if (level < -1)
                 return;
-            m_sCurrentName = name;
-            m_nCurrentLevel = level;
+            LogFastPath::setName(*this, name);
+            internal::storeRelaxed(m_nCurrentLevel, level);
         });
 }
 
@@ -499,14 +677,14 @@ void OrvaLogging::resetTimer()
     if (m_bTimerIdle)
     {
         m_oRecordTimer.reset();
-        m_bTimerIdle = false;
+        internal::storeRelaxed(m_bTimerIdle, false);
     }
 }
 
 void OrvaLogging::cancelTimer()
 {
     m_oRecordTimer.stop();
-    m_bTimerIdle = true;
+    internal::storeRelaxed(m_bTimerIdle, true);
 }
 
 void OrvaLogging::handleNotification(OrvaCollaborator&, const OrvaNotification&)

@@ -258,6 +258,11 @@ OrvaSmartPointer<LockImplementation>* newHolder()
     return holder;
 }
 
+__attribute__((noinline)) void wakeOneWaiter(LockImplementation* lock)
+{
+    futexWake(&lockWord(lock), 1);
+}
+
 } // namespace
 
 void LockThreadStorage::createKey()
@@ -468,6 +473,46 @@ void reclaimLockAfterFork(OrvaCriticalSectionObject& lock)
     impl->m_nLockCount = 0;
     storeOwner(impl, 0);
     storeRelease(lockWord(impl), 0);
+}
+
+// The reference counts of every object go through here, so the hold is the
+// bare minimum: the word is taken with the lock named as pending, which is all
+// the recover function needs, and given back at once. The depth is set to one
+// meanwhile, so that a signal handler on this thread that locks and unlocks
+// the same lock leaves it held.
+// The lock is not open yet or the thread has no locker id: both are made,
+// then the common path runs.
+__attribute__((noinline)) int adjustUnderLockFirstTime(OrvaCriticalSectionObject& section, int& count,
+                                                       int delta)
+{
+    section.init();
+    myLockerId();
+    return adjustUnderLock(section, count, delta);
+}
+
+int adjustUnderLock(OrvaCriticalSectionObject& section, int& count, int delta)
+{
+    OrvaSmartPointer<LockImplementation>* holder = loadAcquire(section.m_pHolder);
+    const int id = t_locks.m_nLockerId;
+    if (__builtin_expect(holder == nullptr || id == 0, 0))
+        return adjustUnderLockFirstTime(section, count, delta);
+    LockImplementation* lock = *holder;
+    if (heldByMe(lock, id))
+        return count += delta;
+    LockImplementation* const previousPending = t_locks.m_pPending;
+    t_locks.m_pPending = lock;
+    orderForRecovery();
+    if (__builtin_expect(!tryTakeWord(lock, id), 0))
+        takeWordContended(lock, id);
+    lock->m_nLockCount = 1;
+    const int result = count += delta;
+    lock->m_nLockCount = 0;
+    orderForRecovery();
+    if (__builtin_expect(exchangeRelease(lockWord(lock), 0) & c_nWaitersBit, 0))
+        wakeOneWaiter(lock);
+    orderForRecovery();
+    t_locks.m_pPending = previousPending;
+    return result;
 }
 
 } // namespace internal

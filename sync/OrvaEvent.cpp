@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
 
 namespace OrvaSupport
@@ -52,6 +53,43 @@ timespec pastDeadline(int milliseconds)
     return deadline;
 }
 
+// The function that a virtual call through `pmf` reaches for `object`. In
+// the C++ ABI of this platform a pointer to a virtual member function holds
+// one more than the byte offset of its slot in the virtual table.
+template <class MemberFunction>
+void* finalOverrider(const OrvaEvent* object, MemberFunction pmf)
+{
+    std::uintptr_t representation[2];
+    static_assert(sizeof(pmf) == sizeof(representation), "two-word member function pointer");
+    std::memcpy(representation, &pmf, sizeof(representation));
+    const char* table = *reinterpret_cast<const char* const*>(object);
+    return *reinterpret_cast<void* const*>(table + representation[0] - 1);
+}
+
+// OrvaEvent's own createNotification and destroyNotification, read from the
+// virtual table of the first event constructed (while it is being
+// constructed, its table is OrvaEvent's).
+std::atomic<void*> s_pOwnCreate{nullptr};
+std::atomic<void*> s_pOwnDestroy{nullptr};
+
+void noteOwnNotificationFunctions(const OrvaEvent* event)
+{
+    if (s_pOwnCreate.load(std::memory_order_acquire))
+        return;
+    s_pOwnDestroy.store(finalOverrider(event, &OrvaEvent::destroyNotification), std::memory_order_relaxed);
+    s_pOwnCreate.store(finalOverrider(event, &OrvaEvent::createNotification), std::memory_order_release);
+}
+
+// True when neither notification function is overridden, so that a set()
+// with no dependents may skip making a notification nobody would receive.
+bool usesOwnNotifications(const OrvaEvent* event)
+{
+    return finalOverrider(event, &OrvaEvent::createNotification) ==
+               s_pOwnCreate.load(std::memory_order_acquire) &&
+           finalOverrider(event, &OrvaEvent::destroyNotification) ==
+               s_pOwnDestroy.load(std::memory_order_relaxed);
+}
+
 int waitResult(int rc)
 {
     if (rc == 0)
@@ -74,6 +112,7 @@ OrvaEventBlock* newEventBlock()
     block->m_nReferences.store(1, std::memory_order_relaxed);
     block->m_nAnnounced.store(0, std::memory_order_relaxed);
     block->m_bOrphaned = false;
+    block->m_bEverHadDependents.store(false, std::memory_order_relaxed);
     return block;
 }
 
@@ -130,7 +169,10 @@ OrvaEventNotification& OrvaEventNotification::operator=(const OrvaEventNotificat
 
 OrvaEventNotification::~OrvaEventNotification() {}
 
-OrvaEvent::OrvaEvent() : m_pHandle(internal::newEventBlock()) {}
+OrvaEvent::OrvaEvent() : m_pHandle(internal::newEventBlock())
+{
+    noteOwnNotificationFunctions(this);
+}
 
 // The block outlives the event while a set() still delivers through it.
 OrvaEvent::~OrvaEvent()
@@ -150,6 +192,16 @@ void OrvaEvent::set()
     if (!m_pHandle)
         return;
     OrvaEventBlock* block = eventBlock(m_pHandle);
+    if (!block->m_bEverHadDependents.load(std::memory_order_acquire) && usesOwnNotifications(this))
+    {
+        // Nobody to tell, and no notification function of a subclass that
+        // would expect its calls: only the waiters are woken. An announced
+        // timer stays alive until the announcement is taken over, so the
+        // broadcast comes first.
+        pthread_cond_broadcast(&block->m_cond);
+        takeOverAnnouncement(block);
+        return;
+    }
     internal::pinEventBlock(block);
     OrvaNotification* notification = createNotification();
     takeOverAnnouncement(block);
@@ -247,8 +299,11 @@ void OrvaEvent::destroyNotification(OrvaNotification* notification)
 // collaborator member, so that a delivery outlives the event.
 void OrvaEvent::addDependent(OrvaDependent& dependent)
 {
-    if (m_pHandle)
-        eventBlock(m_pHandle)->m_oDependents.addDependent(dependent);
+    if (!m_pHandle)
+        return;
+    OrvaEventBlock* block = eventBlock(m_pHandle);
+    block->m_bEverHadDependents.store(true, std::memory_order_release);
+    block->m_oDependents.addDependent(dependent);
 }
 
 void OrvaEvent::removeDependent(OrvaDependent& dependent)

@@ -31,6 +31,9 @@ struct OrvaEventBlock
     // taken its own reference; a dying timer waits for these (see below).
     std::atomic<int> m_nAnnounced;
     bool m_bOrphaned; // the event is gone; guarded by m_mutex
+    // Set by the first addDependent() and never cleared: until then a set()
+    // has nobody to tell.
+    std::atomic<bool> m_bEverHadDependents;
     OrvaCollaborator m_oDependents;
 };
 

@@ -1,5 +1,7 @@
 #include "threads/LibraryRuntime.h"
 
+#include <atomic>
+
 #include <cerrno>
 #include <ctime>
 #include <pthread.h>
@@ -16,7 +18,7 @@ namespace
 pthread_mutex_t s_oMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_oAllEnded = PTHREAD_COND_INITIALIZER;
 int s_nLibraryThreads = 0;
-bool s_bExpiryParked = false;
+std::atomic<bool> s_bExpiryParked{false}; // an expiry thread is parked or being parked
 sem_t s_oExpiryRelease;
 bool s_bStarted = false;
 void (*s_pChildForkHandler)() = nullptr;
@@ -40,7 +42,7 @@ void afterForkInChild()
 {
     pthread_mutex_unlock(&s_oMutex);
     s_nLibraryThreads = 0;
-    s_bExpiryParked = false;
+    s_bExpiryParked.store(false, std::memory_order_relaxed);
     sem_init(&s_oExpiryRelease, 0, 0);
     t_bLibraryThread = false;
     if (s_pChildForkHandler)
@@ -124,15 +126,6 @@ void releaseExpiryThread()
         sem_post(&s_oExpiryRelease);
 }
 
-void releaseParkedExpiryThread()
-{
-    pthread_mutex_lock(&s_oMutex);
-    const bool parked = s_bExpiryParked;
-    pthread_mutex_unlock(&s_oMutex);
-    if (parked)
-        releaseExpiryThread();
-}
-
 void waitForExpiryRelease()
 {
     while (sem_wait(&s_oExpiryRelease) != 0 && errno == EINTR)
@@ -140,20 +133,18 @@ void waitForExpiryRelease()
     }
 }
 
+// The parking place is claimed on every arming of the system timer: a plain
+// load settles the usual case, in which a thread is parked already.
 bool claimExpiryParking()
 {
-    pthread_mutex_lock(&s_oMutex);
-    const bool claimed = !s_bExpiryParked;
-    s_bExpiryParked = true;
-    pthread_mutex_unlock(&s_oMutex);
-    return claimed;
+    if (s_bExpiryParked.load(std::memory_order_acquire))
+        return false;
+    return !s_bExpiryParked.exchange(true, std::memory_order_acq_rel);
 }
 
 void releaseExpiryParking()
 {
-    pthread_mutex_lock(&s_oMutex);
-    s_bExpiryParked = false;
-    pthread_mutex_unlock(&s_oMutex);
+    s_bExpiryParked.store(false, std::memory_order_release);
 }
 
 void setChildForkHandler(void (*handler)())

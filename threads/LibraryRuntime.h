@@ -40,9 +40,6 @@ void waitForLibraryThreads(int milliseconds);
 /// Async-signal-safe: releases one parked expiry thread (now or when one is
 /// parked next).
 void releaseExpiryThread();
-/// Releases the parked expiry thread, if there is one, so that it ends (or
-/// scans) instead of waiting for a signal that no armed timer will send.
-void releaseParkedExpiryThread();
 /// Blocks until releaseExpiryThread(); interrupted waits are resumed.
 void waitForExpiryRelease();
 /// Claims the single parking place: true if the caller is to park a new

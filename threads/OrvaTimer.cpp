@@ -65,6 +65,30 @@ bool OrvaTimerManager::m_bExiting = false;
 namespace
 {
 
+// When the armed system timer expires, on the monotonic clock in
+// nanoseconds; 0 when none is known to be armed. Under the list lock.
+long long s_nArmedDeadline = 0;
+
+// The system timer is armed only when it would otherwise expire later than
+// asked. One that is already due sooner is left alone: its expiry scans, finds
+// nothing due yet, and arms again for what remains, so every timer still
+// fires at its time. A timer started and stopped at a high rate (the log's
+// record watchdog) thus costs one system call now and then, not one a start.
+// The deadline armed is kept under the list lock; a scan forgets it, for the
+// expiry that started it has passed.
+void armSystemTimer(const itimerval& value)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const long long deadline = (static_cast<long long>(now.tv_sec) + value.it_value.tv_sec) * 1000000000LL +
+                               now.tv_nsec + static_cast<long long>(value.it_value.tv_usec) * 1000LL;
+    if (s_nArmedDeadline != 0 && s_nArmedDeadline <= deadline)
+        return;
+    // A value the system refuses (negative milliseconds) arms nothing.
+    if (setitimer(ITIMER_REAL, &value, nullptr) == 0)
+        s_nArmedDeadline = deadline;
+}
+
 // The handler of both SIGALRM and SIGUSR1 only releases the parked expiry
 // thread: a signal handler must not allocate, create a thread or run a
 // dependent, and the thread it interrupts is arbitrary. The expiry thread
@@ -165,6 +189,9 @@ void OrvaTimer::start(long seconds, long milliseconds, bool oneShot)
     try
     {
         OrvaTimerManager* manager = OrvaTimerManager::getInstance();
+        // One hold of the list lock for both steps: a restart is one change
+        // of the list for the other threads.
+        OrvaCriticalSection guard(manager->m_oListLock, true);
         manager->remove(*this);
         m_oInterval.set(seconds, milliseconds);
         m_bOneShot = oneShot;
@@ -197,7 +224,7 @@ bool OrvaTimer::isOneShot() const
 
 bool OrvaTimer::isQueued() const
 {
-    return internal::loadSequenced(m_bQueued);
+    return internal::loadAcquire(m_bQueued);
 }
 
 const OrvaTimer::TimeInterval& OrvaTimer::getInterval() const
@@ -270,7 +297,7 @@ void OrvaTimerManager::addImpl(OrvaTimer& timer)
     while (position != m_vTimers.end() && !(timer.m_oTrigger <= (*position)->m_oTrigger))
         ++position;
     m_vTimers.insert(position, &timer);
-    internal::storeSequenced(timer.m_bQueued, true);
+    internal::storeRelease(timer.m_bQueued, true);
 }
 
 void OrvaTimerManager::removeIfQueued(OrvaTimer& timer)
@@ -285,18 +312,15 @@ void OrvaTimerManager::remove(OrvaTimer& timer)
     OrvaCriticalSection guard(m_oListLock, true);
     m_vTimers.erase(std::remove(m_vTimers.begin(), m_vTimers.end(), &timer), m_vTimers.end());
     // An operating-system timer that is running is left to expire; its
-    // SIGALRM then finds nothing to do.
+    // SIGALRM then finds nothing to do, and releases the parked expiry
+    // thread, which ends. Until then that thread stays parked, ready for the
+    // next timer: a timer that is started and stopped again and again (the
+    // log's record watchdog) costs one setitimer per start and no thread.
     if (!m_vTimers.empty())
-    {
         reset(false);
-    }
     else
-    {
         cancelTimer();
-        // No timer left: the parked expiry thread need not wait any longer.
-        internal::releaseParkedExpiryThread();
-    }
-    internal::storeSequenced(timer.m_bQueued, false);
+    internal::storeRelease(timer.m_bQueued, false);
 }
 
 // A due timer is fired on the calling thread only when the elapse lock is
@@ -330,7 +354,7 @@ void OrvaTimerManager::reset(bool fromSignal)
     itimerval value = {};
     value.it_value.tv_sec = m_oNextInterval.m_nSeconds;
     value.it_value.tv_usec = m_oNextInterval.m_nMilliseconds;
-    setitimer(ITIMER_REAL, &value, nullptr);
+    armSystemTimer(value);
 }
 
 // Parks an expiry thread unless one is parked already. Outside signal
@@ -380,6 +404,7 @@ void OrvaTimerManager::resumeAfterFork()
         return;
     internal::reclaimLockAfterFork(manager->m_oElapseLock);
     internal::reclaimLockAfterFork(manager->m_oListLock);
+    s_nArmedDeadline = 0; // a child does not inherit the system timer
     manager->endScan();
     manager->reset(false);
 }
@@ -417,6 +442,7 @@ void OrvaTimerManager::scan(bool fromReset)
         return;
 
     m_oListLock.lock();
+    s_nArmedDeadline = 0;
     struct ListRelease
     {
         OrvaCriticalSectionObject& lock;
@@ -503,17 +529,17 @@ void OrvaTimerManager::timeout()
 
 void OrvaTimerManager::cancelTimer()
 {
-    internal::storeSequenced(m_bStopping, true);
+    internal::storeRelease(m_bStopping, true);
     {
         OrvaCriticalSection guard(m_oListLock, true);
         m_oManagerEvent.set();
     }
-    internal::storeSequenced(m_bStopping, false);
+    internal::storeRelease(m_bStopping, false);
 }
 
 bool OrvaTimerManager::isStopping() const
 {
-    return internal::loadSequenced(m_bStopping);
+    return internal::loadAcquire(m_bStopping);
 }
 
 std::size_t OrvaTimerManager::getTimerCount()

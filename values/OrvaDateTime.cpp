@@ -2,9 +2,13 @@
 
 #include <ovkit/OrvaLocaleFactory.h>
 
+#include <atomic>
 #include <cctype>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <cwchar>
 #include <iterator>
 #include <sstream>
@@ -51,19 +55,62 @@ tm withFields(tm base, int day, int month, int year, int hour, int minute, int s
     return base;
 }
 
-/// A copy of what localtime or gmtime returned; a zeroed tm for the null
+/// A copy of what localtime_r or gmtime_r returned; a zeroed tm for the null
 /// they give when the year would not fit.
 tm copyOf(const tm* source)
 {
     return source ? *source : tm();
 }
 
-// The broken-down local time of a date, copied out of the C library's
-// shared result.
+// The C library's local-time conversion reads the zone anew on every call
+// (the TZ variable, and the zone file behind it); the re-entrant one reads it
+// once. Between the two: the zone is read again whenever TZ has changed since
+// the last conversion, so a process that sets TZ still gets its own zone,
+// while the file is read once per setting rather than once per call.
+std::atomic<std::uint64_t> s_nZoneSetting{0};
+
+std::uint64_t zoneSetting()
+{
+    const char* tz = getenv("TZ");
+    if (!tz)
+        return 1;
+    std::uint64_t hash = 1469598103934665603ull; // FNV-1a, never 0 or 1 in practice
+    for (; *tz; ++tz)
+        hash = (hash ^ static_cast<unsigned char>(*tz)) * 1099511628211ull;
+    return hash | 2;
+}
+
+// Each thread keeps its last conversion: the log converts the present
+// second for every record it writes.
+struct LastConversion
+{
+    time_t m_nTime;
+    std::uint64_t m_nZoneSetting; // 0: nothing converted yet
+    tm m_oFields;
+};
+__attribute__((tls_model("initial-exec"))) thread_local LastConversion t_oLastConversion = {0, 0, tm()};
+
+tm localFields(time_t t)
+{
+    const std::uint64_t setting = zoneSetting();
+    LastConversion& last = t_oLastConversion;
+    if (last.m_nZoneSetting == setting && last.m_nTime == t)
+        return last.m_oFields;
+    if (s_nZoneSetting.load(std::memory_order_acquire) != setting)
+    {
+        tzset();
+        s_nZoneSetting.store(setting, std::memory_order_release);
+    }
+    tm fields;
+    const tm converted = copyOf(localtime_r(&t, &fields));
+    last = {t, setting, converted};
+    return converted;
+}
+
+// The broken-down local time of a date.
 tm localFieldsOf(const OrvaDateTime& date)
 {
-    time_t t = date.getTime();
-    return copyOf(localtime(&t));
+    return localFields(date.getTime());
 }
 
 /// `value` + `delta`, held to the range of int so that a hostile number
@@ -103,8 +150,7 @@ const char* const OrvaDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Ap
 
 OrvaDateTime::OrvaDateTime() : m_oLocale(OrvaLocaleFactory::getDefaultLocale(false))
 {
-    time_t now = time(nullptr);
-    takeFields(copyOf(localtime(&now)));
+    takeFields(localFields(time(nullptr)));
     m_nInstanceId = ++m_objectCounter;
 }
 
@@ -239,7 +285,7 @@ bool readRfcForm(const OrvaDateTime& date, const std::string& text, tm& fields, 
     fields = withFields(blankTm(), dayOfMonth, date.getMonthForRFCName(name), addClamped(year, -1900), hour,
                         minute, second);
     time_t carried = mktime(&fields);
-    fields = copyOf(localtime(&carried));
+    fields = localFields(carried);
     return true;
 }
 
@@ -435,7 +481,8 @@ std::wstring OrvaDateTime::toString(const std::locale& locale) const
 std::wstring OrvaDateTime::toGMTString() const
 {
     time_t t = getTime();
-    tm utc = copyOf(gmtime(&t));
+    tm converted;
+    tm utc = copyOf(gmtime_r(&t, &converted));
     return constructTimeString(&utc, m_oLocale, L"%c");
 }
 

@@ -82,7 +82,8 @@ class OrvaCriticalSectionObject;
 namespace internal
 {
 void reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
-}
+int adjustUnderLock(OrvaCriticalSectionObject& lock, int& count, int delta);
+} // namespace internal
 
 extern template class OVKIT_API OrvaSmartPointer<LockImplementation>;
 
@@ -127,6 +128,7 @@ public:
 
 private:
     friend void internal::reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
+    friend int internal::adjustUnderLock(OrvaCriticalSectionObject& lock, int& count, int delta);
 
     LockImplementation* impl();
     void open();

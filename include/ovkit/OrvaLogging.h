@@ -73,6 +73,10 @@ namespace OrvaSupport
 {
 
 class OrvaLogging;
+namespace internal
+{
+struct LogFastPath;
+}
 
 /// Carries a call of the form fn(log, name, level) into an insertion chain.
 /// Built by the `setloglevel` functions; inserting it into a log calls the
@@ -217,6 +221,7 @@ public:
     bool getLogAccess();
 
 private:
+    friend struct internal::LogFastPath;
     void endrecordShielded();
     static void beginRecordShield(const OrvaLogging* log);
     static void endRecordShield(const OrvaLogging* log);

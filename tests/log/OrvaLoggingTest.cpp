@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include <climits>
+#include <cstdio>
 #include <ctime>
 #include <regex>
 #include <string>
@@ -131,4 +133,27 @@ TEST(OrvaLogging, EndrecordFromAnotherThreadLeavesTheOpenRecordAlone)
     ASSERT_EQ(1u, f.lines().size());
     EXPECT_NE(std::string::npos, f.lines()[0].find(" 4 mine       [")) << f.lines()[0];
     EXPECT_EQ("part one, part two", f.lines(true)[0]);
+}
+
+TEST(OrvaLogging, NumbersAsPrintfAndTheLevelBackTo9AfterASilentRecord)
+{
+    FileLog f(5);
+    f.log << setloglevel(1) << INT_MIN << " " << LONG_MIN << " " << ULONG_MAX << " " << short(-7) << " "
+          << static_cast<unsigned short>(65535) << " " << 0 << endrecord;
+    char expected[128];
+    snprintf(expected, sizeof(expected), "%d %ld %lu %d %u %d", INT_MIN, LONG_MIN, ULONG_MAX, -7, 65535, 0);
+
+    // A record above the global level leaves nothing behind: once the global
+    // level lets 9 through, an insertion without a manipulator is level 9.
+    f.log << setloglevel(7) << "hidden" << 1 << endrecord;
+    f.log.setGlobalLogLevel(9);
+    f.log << "bare" << endrecord;
+    f.log << setloglevel(8) << "eight" << endrecord;
+
+    std::vector<std::string> lines = f.lines();
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ(expected, lines[0].substr(lines[0].find("] ") + 2));
+    EXPECT_EQ(" 9 Global     [", lines[1].substr(17, 15));
+    EXPECT_EQ(" 8 Global     [", lines[2].substr(17, 15));
+    EXPECT_EQ(std::string::npos, lines[1].find("hidden"));
 }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -93,13 +94,15 @@ inline bool exitListEmpty()
     return OrvaSupport::g_vExitThreads.empty();
 }
 
-/// Disarms the system timer and waits until the process is down to its main
-/// thread and every self-deleted thread has been joined, so that no thread of
-/// the library is at work when the process ends.
+/// Disarms the system timer, lets the expiry thread that waits for it go (as
+/// its expiry would), and waits until the process is down to its main thread
+/// and every self-deleted thread has been joined, so that no thread of the
+/// library is at work when the process ends.
 inline bool settleLibraryThreads()
 {
     itimerval off = {};
     setitimer(ITIMER_REAL, &off, nullptr);
+    raise(SIGALRM);
     return waitUntil(
         []
         {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -51,4 +53,80 @@ TEST(OrvaEventTest, SetWakesOnlyThoseWaitingAndTellsTheDependentsFirst)
     EXPECT_EQ(id, 1);
     EXPECT_EQ(wokenBefore, 0);
     EXPECT_EQ(told, std::this_thread::get_id());
+}
+
+// Heap allocations made by this thread while counting is on.
+namespace
+{
+thread_local bool t_bCounting = false;
+thread_local int t_nAllocations = 0;
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    if (t_bCounting)
+        ++t_nAllocations;
+    if (void* block = std::malloc(size ? size : 1))
+        return block;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept
+{
+    std::free(block);
+}
+
+TEST(OrvaEventTest, ANotificationIsMadeOnlyWhenSomeoneCanSeeIt)
+{
+    struct Counting : OrvaEvent
+    {
+        int made = 0, destroyed = 0;
+        OrvaNotification* createNotification() override
+        {
+            ++made;
+            return OrvaEvent::createNotification();
+        }
+        void destroyNotification(OrvaNotification* n) override
+        {
+            ++destroyed;
+            OrvaEvent::destroyNotification(n);
+        }
+    };
+    struct DestroyOnly : OrvaEvent
+    {
+        int destroyed = 0;
+        void destroyNotification(OrvaNotification* n) override
+        {
+            ++destroyed;
+            OrvaEvent::destroyNotification(n);
+        }
+    };
+    OrvaEvent plain;
+    Counting counting;
+    DestroyOnly destroyOnly;
+    t_bCounting = true;
+    for (int i = 0; i < 100; ++i)
+        plain.set();
+    const int plainAllocations = t_nAllocations;
+    counting.set();
+    destroyOnly.set();
+    t_bCounting = false;
+    EXPECT_EQ(plainAllocations, 0);
+    EXPECT_EQ(counting.made, 1); // an overridden hook is still called without dependents
+    EXPECT_EQ(counting.destroyed, 1);
+    EXPECT_EQ(destroyOnly.destroyed, 1);
+
+    // With a dependent, the plain event makes and delivers a notification again.
+    int calls = 0;
+    ovkit_test::CallDependent witness([&](const OrvaNotification&) { ++calls; });
+    plain.addDependent(witness);
+    plain.removeDependent(witness);
+    plain.addDependent(witness);
+    plain.set();
+    EXPECT_EQ(calls, 1);
 }

@@ -104,3 +104,21 @@ TEST(OrvaTimerTest, ManagerCannotComeBackAfterDeletion)
     EXPECT_FALSE(late.isQueued());
     EXPECT_TRUE(settleLibraryThreads());
 }
+
+TEST(OrvaTimerTest, ALaterTimerFiresOnTimeWhileAnEarlierArmingRuns)
+{
+    // The system timer armed for the first timer is left running when the
+    // second, later one is added, and stays armed after the first is gone:
+    // its expiry must lead to the second firing, neither early nor never.
+    std::atomic<int> fired{0};
+    ovkit_test::CallDependent counter([&](const OrvaNotification&) { ++fired; });
+    OrvaTimer early(1, 0, true), late(2, 0, true);
+    late.addDependent(counter);
+    const time_t started = time(nullptr);
+    early.reset();
+    late.reset();
+    early.stop();
+    ASSERT_TRUE(waitUntil([&] { return fired == 1; }));
+    EXPECT_GE(time(nullptr), started + 2);
+    EXPECT_TRUE(settleLibraryThreads());
+}

@@ -189,3 +189,20 @@ TEST_F(OrvaDateTimeTest, CalendarQueries)
 }
 
 } // namespace
+
+TEST_F(OrvaDateTimeTest, AChangedZoneCountsAtOnceWithinTheSameSecond)
+{
+    for (int attempt = 0; attempt < 5; ++attempt)
+    {
+        const time_t second = time(nullptr);
+        useZone("UTC0");
+        OrvaDateTime utc;
+        setenv("TZ", "XXX-5", 1); // no tzset(): the library notices the change itself
+        OrvaDateTime ahead;
+        if (time(nullptr) != second)
+            continue; // a second boundary fell in between: try again
+        EXPECT_EQ((utc.getHour() + 5) % 24, ahead.getHour());
+        return;
+    }
+    FAIL() << "no two conversions within one second";
+}
