@@ -25,7 +25,7 @@ constexpr unsigned int c_nHeaderBytes = 4;
 constexpr std::uint64_t c_nLargestOffset = 0xFFFFFFFFu;
 
 // Block layout. The counted capacity, m_nCapacity, follows the growth rule
-// literally; the block itself is blockBytes(m_nCapacity) long, always. The
+// exactly; the block, whenever there is one, is blockBytes(m_nCapacity) long. The
 // extra quarter and the header's four bytes give room for the first write,
 // which may end up to three bytes past the counted capacity, and slack for
 // consumed bytes that have not been compacted away yet (see the header word

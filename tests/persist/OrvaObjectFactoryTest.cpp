@@ -61,9 +61,9 @@ OrvaObjectBase* makeThrowing()
 
 } // namespace
 
-TEST(OrvaObjectFactory, RegistrationsComeFirstInConstructAndInRemove)
+TEST(OrvaObjectFactory, RegistrationsComeFirstAndStayWithTheirFactory)
 {
-    OrvaObjectFactory factory;
+    OrvaObjectFactory factory, target;
     factory.add("W", &make<2>);
     factory.add("W", &make<1>); // the latest creator stays
     factory.add("nothing", &make<0>);
@@ -71,10 +71,14 @@ TEST(OrvaObjectFactory, RegistrationsComeFirstInConstructAndInRemove)
     EXPECT_EQ(0, built(factory, "w")); // names are exact bytes
     EXPECT_EQ(0, built(factory, "nothing"));
     {
-        WidgetRegistration early("W", factory, 3);
-        WidgetRegistration late("W", factory, 4); // replaces early's entry
+        WidgetRegistration early("W", factory, 3), late("W", factory, 4); // late replaces early
         EXPECT_EQ(4, built(factory, "W"));
         EXPECT_EQ((Names{"W", "nothing", "W"}), factory.getRegisteredClasses());
+        // Copies take the creators; assignment keeps its own registrations.
+        EXPECT_EQ((Names{"W", "nothing"}), OrvaObjectFactory(factory).getRegisteredClasses());
+        WidgetRegistration own("T", target, 5);
+        target = factory;
+        EXPECT_EQ((Names{"W", "nothing", "T"}), target.getRegisteredClasses());
         factory.remove("W"); // the registration only
         EXPECT_EQ(1, built(factory, "W"));
         factory.remove("unknown");
@@ -82,22 +86,7 @@ TEST(OrvaObjectFactory, RegistrationsComeFirstInConstructAndInRemove)
     }
     // late's end took its registration; early's end then took the creator.
     EXPECT_EQ((Names{"nothing"}), factory.getRegisteredClasses());
-}
-
-TEST(OrvaObjectFactory, CopiesTakeCreatorsAndAssignmentKeepsItsRegistrations)
-{
-    OrvaObjectFactory source;
-    source.add("A", &make<1>);
-    WidgetRegistration registration("R", source, 3);
-    OrvaObjectFactory copy(source);
-    EXPECT_EQ((Names{"A"}), copy.getRegisteredClasses());
-
-    OrvaObjectFactory target;
-    target.add("B", &make<2>);
-    WidgetRegistration own("T", target, 4);
-    target = source;
-    EXPECT_EQ((Names{"A", "T"}), target.getRegisteredClasses());
-    EXPECT_EQ(4, built(target, "T"));
+    EXPECT_EQ((Names{"W", "nothing"}), target.getRegisteredClasses());
 }
 
 TEST(OrvaObjectFactory, CreatorsRunOutsideTheLock)
