@@ -46,19 +46,6 @@ int built(OrvaObjectFactory& factory, const std::string& name)
 
 OrvaObjectFactory* s_pFactory = nullptr;
 
-// Adds a name from another thread and waits for it: a hang if the factory's
-// lock were still held.
-OrvaObjectBase* makeAfterAnotherThreadAdds()
-{
-    std::thread([] { s_pFactory->add("added", &make<2>); }).join();
-    return new Widget(5);
-}
-
-OrvaObjectBase* makeThrowing()
-{
-    throw 7;
-}
-
 } // namespace
 
 TEST(OrvaObjectFactory, RegistrationsComeFirstAndStayWithTheirFactory)
@@ -93,11 +80,16 @@ TEST(OrvaObjectFactory, CreatorsRunOutsideTheLock)
 {
     OrvaObjectFactory factory;
     s_pFactory = &factory;
-    factory.add("waits", &makeAfterAnotherThreadAdds);
+    factory.add("waits",
+                []() -> OrvaObjectBase* // hangs if the lock were still held
+                {
+                    std::thread([] { s_pFactory->add("added", &make<2>); }).join();
+                    return new Widget(5);
+                });
     EXPECT_EQ(5, built(factory, "waits"));
     EXPECT_EQ(2, built(factory, "added"));
 
-    factory.add("throws", &makeThrowing);
+    factory.add("throws", []() -> OrvaObjectBase* { throw 7; });
     EXPECT_THROW(factory.construct("throws"), int);
     std::thread([&factory] { factory.remove("throws"); }).join(); // the lock was given back
     EXPECT_EQ(0, built(factory, "throws"));

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <random>
 #include <string>
@@ -182,8 +184,7 @@ TEST(OrvaBufferStream, BehavesAsAStreamThatCompactsOnEveryRead)
     {
         const unsigned int imageSize = random() % 12; // growth units of 1 to 11, or 512
         Bytes image(imageSize);
-        for (unsigned char& b : image)
-            b = static_cast<unsigned char>(random());
+        std::generate(image.begin(), image.end(), std::ref(random));
         OrvaBufferStream stream(image.data(), imageSize);
         image.resize(std::max(imageSize, 4u));
         CompactingStream model{image, imageSize};
@@ -192,8 +193,7 @@ TEST(OrvaBufferStream, BehavesAsAStreamThatCompactsOnEveryRead)
         {
             const unsigned int length = random() % 24;
             Bytes data(length), out(length);
-            for (unsigned char& b : data)
-                b = static_cast<unsigned char>(random());
+            std::generate(data.begin(), data.end(), std::ref(random));
             const unsigned int action = random() % 16;
             if (action == 0)
             {
