@@ -1,5 +1,7 @@
 #include <ovkit/OrvaModule.h>
 
+#include <ovkit/OrvaObjectFactory.h>
+
 #include <ios>
 
 namespace OrvaSupport
@@ -108,6 +110,7 @@ void Module::attach()
 void Module::detach()
 {
     using namespace OrvaSupport;
+    OrvaObjectFactory::deleteGlobalInstance();
     OVKITFinitOrvaLoggingTimer();
     OVKITFinitOrvaTimer();
     OVKITFinitOrvaLogging();

@@ -15,7 +15,8 @@
 // at load and its stop sequence last at unload:
 //   start: OVKITInitOrvaObjectBase, OVKITInitOrvaThread, OVKITInitOrvaLogging,
 //          OVKITInitOrvaTimer, OVKITInitOrvaLoggingTimer;
-//   stop:  the OVKITFinit... functions in the reverse order,
+//   stop:  OrvaObjectFactory::deleteGlobalInstance first, then the
+//          OVKITFinit... functions in the reverse order,
 //          OVKITFinitOrvaObjectBase last. The timer step waits, at most two
 //          seconds, for the library's own threads still under way.
 // Nothing here locks: the list is touched during static initialisation and

@@ -13,6 +13,8 @@
 #include <ovkit/OrvaModule.h>
 #include <ovkit/OrvaNotification.h>
 #include <ovkit/OrvaObjectBase.h>
+#include <ovkit/OrvaObjectFactory.h>
+#include <ovkit/OrvaObjectStream.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaService.h>
