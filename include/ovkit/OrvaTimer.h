@@ -120,7 +120,9 @@ private:
 /// One scan runs at a time and calls the due timers' set() in turn, so a slow
 /// dependent delays every other timer. Firings run on library threads, never
 /// in signal context. A child process after fork() keeps its timers: the
-/// system timer is armed again there. At unload the manager waits (at most
+/// system timer is armed again there. One library thread waits ahead for the
+/// system timer's next expiry; it stays after the last timer stopped, until
+/// that expiry (at most the longest interval armed) or the library's unload. At unload the manager waits (at most
 /// two seconds) for the library's own threads that are still under way.
 class OVKIT_API OrvaTimerManager
 {
