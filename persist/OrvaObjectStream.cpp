@@ -1,5 +1,7 @@
 #include <ovkit/OrvaObjectStream.h>
 
+#include "sync/LockInternals.h"
+
 #include "sync/KillShield.h"
 
 #include <cstdint>
@@ -373,17 +375,17 @@ unsigned int OrvaBufferStream::deliver(void* data, unsigned int size, unsigned i
 // clean-up gives the lock back).
 unsigned int OrvaBufferStream::read(void* data, unsigned int size, unsigned int count)
 {
-    m_oLock.lock();
+    const internal::BriefHold hold = internal::beginBriefHold(m_oLock);
     const unsigned int total = deliver(data, size, count, true);
-    m_oLock.unlock();
+    internal::endBriefHold(hold);
     return total;
 }
 
 unsigned int OrvaBufferStream::peek(void* data, unsigned int size, unsigned int count)
 {
-    m_oLock.lock();
+    const internal::BriefHold hold = internal::beginBriefHold(m_oLock);
     const unsigned int total = deliver(data, size, count, false);
-    m_oLock.unlock();
+    internal::endBriefHold(hold);
     return total;
 }
 
@@ -434,7 +436,7 @@ unsigned int OrvaBufferStream::write(const void* data, unsigned int size, unsign
 {
     const unsigned int total = size * count;
     unsigned int consumed = 0;
-    m_oLock.lock();
+    const internal::BriefHold hold = internal::beginBriefHold(m_oLock);
     const bool stored = prepareWrite(total, consumed);
     if (stored)
     {
@@ -446,7 +448,7 @@ unsigned int OrvaBufferStream::write(const void* data, unsigned int size, unsign
         // header bytes.
         storeWord(m_pBuffer, consumed);
     }
-    m_oLock.unlock();
+    internal::endBriefHold(hold);
     return stored ? total : 0;
 }
 

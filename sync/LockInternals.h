@@ -19,6 +19,19 @@ void reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
 /// thread killed meanwhile still gives it back.
 int adjustUnderLock(OrvaCriticalSectionObject& lock, int& count, int delta);
 
+/// A hold of a lock around a short stretch of library code that takes no
+/// other lock of the library and cannot throw (it may allocate under a kill
+/// shield). Cheaper than lock()/unlock(): the lock does not enter the
+/// thread's held list, and a thread killed meanwhile still gives it back.
+/// A thread that holds the lock already just goes on (`m_pLock` is null).
+struct BriefHold
+{
+    LockImplementation* m_pLock;
+    LockImplementation* m_pPreviousPending;
+};
+BriefHold beginBriefHold(OrvaCriticalSectionObject& lock);
+void endBriefHold(const BriefHold& hold);
+
 } // namespace internal
 } // namespace OrvaSupport
 

@@ -515,6 +515,36 @@ int adjustUnderLock(OrvaCriticalSectionObject& section, int& count, int delta)
     return result;
 }
 
+// As adjustUnderLock, with the stretch of code between the two calls.
+BriefHold beginBriefHold(OrvaCriticalSectionObject& section)
+{
+    LockImplementation* lock = section.impl();
+    const int id = myLockerId();
+    if (heldByMe(lock, id))
+        return {nullptr, nullptr};
+    LockImplementation* const previousPending = t_locks.m_pPending;
+    t_locks.m_pPending = lock;
+    orderForRecovery();
+    if (__builtin_expect(!tryTakeWord(lock, id), 0))
+        takeWordContended(lock, id);
+    lock->m_nLockCount = 1;
+    orderForRecovery();
+    return {lock, previousPending};
+}
+
+void endBriefHold(const BriefHold& hold)
+{
+    LockImplementation* lock = hold.m_pLock;
+    if (!lock)
+        return;
+    lock->m_nLockCount = 0;
+    orderForRecovery();
+    if (__builtin_expect(exchangeRelease(lockWord(lock), 0) & c_nWaitersBit, 0))
+        wakeOneWaiter(lock);
+    orderForRecovery();
+    t_locks.m_pPending = hold.m_pPreviousPending;
+}
+
 } // namespace internal
 
 } // namespace OrvaSupport

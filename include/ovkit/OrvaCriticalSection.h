@@ -83,6 +83,8 @@ namespace internal
 {
 void reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
 int adjustUnderLock(OrvaCriticalSectionObject& lock, int& count, int delta);
+struct BriefHold;
+BriefHold beginBriefHold(OrvaCriticalSectionObject& lock);
 } // namespace internal
 
 extern template class OVKIT_API OrvaSmartPointer<LockImplementation>;
@@ -129,6 +131,7 @@ public:
 private:
     friend void internal::reclaimLockAfterFork(OrvaCriticalSectionObject& lock);
     friend int internal::adjustUnderLock(OrvaCriticalSectionObject& lock, int& count, int delta);
+    friend internal::BriefHold internal::beginBriefHold(OrvaCriticalSectionObject& lock);
 
     LockImplementation* impl();
     void open();

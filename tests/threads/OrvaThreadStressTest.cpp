@@ -1,4 +1,5 @@
 #include <ovkit/OrvaLogging.h>
+#include <ovkit/OrvaObjectStream.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaThread.h>
 
@@ -123,6 +124,31 @@ TEST(OrvaThreadStressTest, KilledSmartPointerCopiesLeaveTheCountsUsable)
         return killLoop(step, check);
     };
     EXPECT_TRUE(runInChild(30, copies));
+}
+
+TEST(OrvaThreadStressTest, KilledStreamUserLeavesTheStreamUsable)
+{
+    auto streams = []
+    {
+        OrvaBufferStream stream;
+        auto step = [&stream]
+        {
+            int value = 7;
+            stream.write(&value, sizeof(value), 1);
+            stream.read(&value, sizeof(value), 1);
+        };
+        // A lock left held would hang the check; the child's time limit reports it.
+        auto check = [&](int i)
+        {
+            stream.reset();
+            int value = i, back = -1;
+            stream.write(&value, sizeof(value), 1);
+            stream.read(&back, sizeof(back), 1);
+            return back == i ? "" : "read back " + std::to_string(back);
+        };
+        return killLoop(step, check);
+    };
+    EXPECT_TRUE(runInChild(30, streams));
 }
 
 TEST(OrvaThreadStressTest, KilledPropertyWriterLeavesTheTableUsable)
