@@ -15,6 +15,7 @@
 #include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
+#include <ovkit/OrvaRegularExpression.h>
 #include <ovkit/OrvaService.h>
 #include <ovkit/OrvaStringTraits.h>
 #include <ovkit/OrvaStringUtilities.h>
