@@ -143,9 +143,9 @@ public:
     /// One entry of a search's match stack.
     struct MatchToken
     {
-        /// The one character matched by a set or `.`. For a literal the
-        /// token's own segment, stored only while tracing (the trace records
-        /// take a literal's text from its token).
+        /// The text of the entry: the one character matched by a set or
+        /// `.`, the token's segment for a literal. Stored only by a traced
+        /// search, so that an untraced one copies no text.
         S segment;
         unsigned int position;
         unsigned int length;
@@ -206,8 +206,11 @@ public:
     bool addMatch(MatchToken& match, iterator token, std::vector<MatchToken>& stack) const;
 
 private:
+    /// The token list with member tables of its sets, for quick tests.
+    struct CompiledPattern;
+
     S m_sPattern;
-    std::shared_ptr<TokenList> m_pTokens;
+    std::shared_ptr<CompiledPattern> m_pCompiled;
     mutable OrvaSupport::OrvaCriticalSectionObject m_oLock;
 };
 
