@@ -13,6 +13,7 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -214,7 +215,7 @@ TEST(OrvaRegularExpressionTest, CompileErrors)
     checkErrors<std::wstring>();
 }
 
-TEST(OrvaRegularExpressionTest, RangeUpToTheLargestCharacterThrowsLengthError)
+TEST(OrvaRegularExpressionTest, RangeEndsAndWideMembers)
 {
     OrvaRegularExpression<std::string> narrow;
     std::string error;
@@ -223,6 +224,12 @@ TEST(OrvaRegularExpressionTest, RangeUpToTheLargestCharacterThrowsLengthError)
     EXPECT_EQ(0u, narrow.find(std::string("\xff")));
     OrvaRegularExpression<std::wstring> wide;
     EXPECT_THROW(wide.setPattern(std::wstring(L"[a-") + wchar_t(WCHAR_MAX)), std::length_error);
+    // Members beyond code 255, in a range and alone.
+    wide.setPattern(L"x[\u0100-\u0102\u4e00]+[^\u0103]");
+    unsigned int length = 0;
+    EXPECT_EQ(1u, wide.find(L"ax\u0101\u4e00\u0102\u0103xy", length, 0));
+    EXPECT_EQ(4u, length);
+    EXPECT_EQ(N, wide.find(L"x\u0101\u0103", length, 0));
 }
 
 TEST(OrvaRegularExpressionTest, FindOffsetsAndLengths)
@@ -341,4 +348,37 @@ TEST(OrvaRegularExpressionTest, SearchesRacingSetPatternSeeOnePattern)
     stop.store(true);
     setter.join();
     EXPECT_EQ(0, wrong.load());
+}
+
+TEST(OrvaRegularExpressionTest, UntracedSearchesAgreeWithTracedOnes)
+{
+    // An untraced search takes shortcuts that a traced one (here on a log
+    // that formats its records and drops them) does not.
+    OrvaLogging traced("unused", 0, 9);
+    OrvaLogging silent;
+    std::mt19937 random(7);
+    const char* const atoms[] = {"a", "b", "ab", "[ab]", "[^a]", ".", "[bc]", "ba"};
+    const char* const factors[] = {"", "", "?", "*", "+"};
+    for (int i = 0; i < 10000; ++i)
+    {
+        std::string pattern = random() % 6 == 0 ? "^" : "";
+        for (int n = 1 + random() % 4; n > 0; --n)
+            pattern += std::string(atoms[random() % 8]) + factors[random() % 5];
+        if (random() % 6 == 0)
+            pattern += "$";
+        std::string text;
+        for (int n = random() % 14; n > 0; --n)
+            text += "abc"[random() % 3];
+        const unsigned int pos = random() % (text.size() + 2);
+        OrvaRegularExpression<std::string> re;
+        re.setPattern(pattern);
+        unsigned int found[2], length[2] = {77, 77};
+        for (int run = 0; run < 2; ++run)
+        {
+            OrvaLogging::setInstance(run ? traced : silent);
+            found[run] = re.find(text, length[run], pos);
+        }
+        ASSERT_TRUE(found[0] == found[1] && length[0] == length[1])
+            << pattern << " on " << text << " from " << pos;
+    }
 }
