@@ -48,8 +48,11 @@
 // The matcher is greedy and does not explore alternatives as textbook
 // engines do; what follows from that is part of the contract:
 //   - A pattern that starts with a literal is looked for anywhere from `pos`
-//     on; any other pattern is tried at `pos`, moving on only past optional
-//     leading tokens: `[ab]c` does not find `ac` in `xac`, `[ab]*c` does.
+//     on. One that starts with a set or `.` does not skip forward to its
+//     first character: `[ab]c` does not find `ac` in "xac" (`[ab]*c` does,
+//     since an optional leading token moves on one place at a time). An
+//     attempt that fails after its first piece starts again one place behind
+//     where that piece began.
 //   - A leading optional token that occurs nowhere ends the search: `a?b`
 //     does not find `b` in "b".
 //   - When a token fails, the piece matched before it is given up and not
@@ -75,11 +78,14 @@
 // (print()) and every step of a search are logged at level 9; a global level
 // above 8 but not 9 gives only the substring searches of literals and the
 // search results. The level is the log's global level; per-name levels play
-// no part.
+// no part. A search that starts traced makes every single step, which can
+// take far longer than an untraced search of the same text (same results).
 //
-// Threads. A search copies the token list under the object's inner lock and
-// runs on the copy, so searches run side by side, and one that races
-// setPattern uses either the old pattern or the new one. setPatternImpl and
+// Threads. A search takes the token list under the object's inner lock (a
+// shared reference, not a copy) and runs on it, so searches run side by side,
+// and one that races setPattern uses either the old pattern or the new one.
+// A search uses a match stack that its thread keeps between searches (the
+// capacity of up to 1024 entries stays allocated). setPatternImpl and
 // replace take the object's outer lock as well (outer before inner), so a
 // replacement runs on one pattern from start to end. A copy of an object is
 // independent of its source, with locks of its own.
@@ -178,8 +184,8 @@ public:
     bool compile(const S& pattern, std::string& error);
 
     /// At global log level 9 exactly: the record "regular expression: " and
-    /// the pattern, then one record per token. The tokens are copied under
-    /// the inner lock and logged after it is released.
+    /// the pattern, then one record per token. Pattern and tokens are taken
+    /// under the inner lock and logged after it is released.
     void print() const;
     /// At a global log level above 8: one level 9 record "ExpressionToken:
     /// type=<type> factor=<factor>" (a literal's type word is followed by
@@ -189,7 +195,8 @@ public:
     /// The search from `pos`: the offset of the match, or npos. `length`
     /// receives the match's length; it is left alone when nothing at all
     /// matched, and holds the length reached when pieces matched but the
-    /// match failed its final checks.
+    /// match failed its final checks. Throws std::length_error for a text of
+    /// 0xFFFFFFFF characters or more.
     unsigned int find(const S& text, unsigned int& length, unsigned int pos) const;
 
     /// Steps of a search. Each tries `token` at `pos`; on success it pushes
@@ -238,9 +245,9 @@ public:
     /// An empty pattern: every search finds nothing until a pattern is set.
     OrvaRegularExpression();
     /// An independent copy of the source's pattern and tokens, with locks of
-    /// its own; the source is read under its locks.
+    /// its own; the source is read under its inner lock.
     OrvaRegularExpression(const OrvaRegularExpression& other);
-    /// As the copy constructor, under this object's locks; nothing on
+    /// As the copy constructor, under this object's outer lock; nothing on
     /// self-assignment.
     OrvaRegularExpression& operator=(const OrvaRegularExpression& other);
     ~OrvaRegularExpression();
