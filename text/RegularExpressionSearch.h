@@ -148,49 +148,61 @@ unsigned int pushCharacter(const OrvaRegularExpressionImplementation<S>& impl, c
 
 /// The match stack of a search. Each thread keeps one and lends it to its
 /// searches, so that a search allocates nothing once its thread has searched
-/// before; a search that finds it lent out uses a stack of its own.
+/// before; a search that finds it lent out, or already destroyed (a search
+/// from a thread-local destructor at the thread's end), uses a stack of its
+/// own.
 template <class Entry>
 class MatchStack
 {
 public:
-    MatchStack() : m_rShared(threadStack()), m_bBorrowed(!m_rShared.lent)
+    MatchStack() : m_pShared(threadStack()), m_bBorrowed(m_pShared != nullptr && !m_pShared->lent)
     {
         if (m_bBorrowed)
-            m_rShared.lent = true;
+            m_pShared->lent = true;
     }
     ~MatchStack()
     {
         if (!m_bBorrowed)
             return;
         // A stack grown by one long search is not kept for the thread's life.
-        if (m_rShared.entries.capacity() > c_nKeptEntries)
-            std::vector<Entry>().swap(m_rShared.entries);
-        m_rShared.entries.clear();
-        m_rShared.lent = false;
+        if (m_pShared->entries.capacity() > c_nKeptEntries)
+            std::vector<Entry>().swap(m_pShared->entries);
+        m_pShared->entries.clear();
+        m_pShared->lent = false;
     }
     MatchStack(const MatchStack&) = delete;
     MatchStack& operator=(const MatchStack&) = delete;
 
-    std::vector<Entry>& entries() { return m_bBorrowed ? m_rShared.entries : m_vOwn; }
+    std::vector<Entry>& entries() { return m_bBorrowed ? m_pShared->entries : m_vOwn; }
 
 private:
     struct Shared
     {
+        ~Shared() { s_bGone = true; }
         std::vector<Entry> entries;
         bool lent = false;
     };
     static const std::size_t c_nKeptEntries = 1024;
 
-    static Shared& threadStack()
+    static Shared* threadStack()
     {
+        if (s_bGone)
+            return nullptr;
         static thread_local Shared s_shared;
-        return s_shared;
+        return &s_shared;
     }
 
-    Shared& m_rShared;
+    /// Set when the thread's stack is destroyed; being trivially
+    /// destructible, it stays readable up to the thread's very end.
+    static thread_local bool s_bGone;
+
+    Shared* m_pShared;
     bool m_bBorrowed;
     std::vector<Entry> m_vOwn;
 };
+
+template <class Entry>
+thread_local bool MatchStack<Entry>::s_bGone = false;
 
 /// One search: the run over the tokens from a cursor, and the verdict on the
 /// stack it leaves. `tables` holds one member table per token (it may be

@@ -276,7 +276,8 @@ public:
     /// when the pieces matched but the anchors failed). `pos` may lie behind
     /// the end. No outer lock.
     unsigned int find(const S& text, unsigned int& length, unsigned int pos) const;
-    /// The same, without the length.
+    /// The same, without the length (which starts at 0, as the search's
+    /// trace record shows when nothing matched).
     unsigned int find(const S& text, unsigned int pos = 0) const;
     /// The matched part of `text`, or an empty string when there is none.
     S match(const S& text, unsigned int pos = 0) const;
