@@ -21,5 +21,6 @@
 #include <ovkit/OrvaThread.h>
 #include <ovkit/OrvaTimer.h>
 #include <ovkit/OrvaTokenizer.h>
+#include <ovkit/OrvaVersion.h>
 
 #endif // OVKIT_OVKIT_H
