@@ -21,6 +21,7 @@
 #include <ovkit/OrvaThread.h>
 #include <ovkit/OrvaTimer.h>
 #include <ovkit/OrvaTokenizer.h>
+#include <ovkit/OrvaTreeNode.h>
 #include <ovkit/OrvaVersion.h>
 
 #endif // OVKIT_OVKIT_H
