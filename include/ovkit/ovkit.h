@@ -4,6 +4,7 @@
 
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaDateTime.h>
+#include <ovkit/OrvaEncryption.h>
 #include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
