@@ -66,11 +66,11 @@ bool anyNonZeroFrom(const std::vector<int>& components, std::vector<int>::size_t
 
 /// Splits a "{low-high}" entry into its two bound texts; throws for a range
 /// without room for either bound.
-std::pair<std::string, std::string> rangeBounds(const std::string& token, const std::string& specification)
+std::pair<std::string, std::string> rangeBounds(const std::string& token, const std::string& rangeList)
 {
     std::string::size_type dash = token.find('-');
     if (dash == std::string::npos || dash < 2 || dash >= token.size() - 2)
-        throw OrvaException(c_szInvalidRange + specification, 0);
+        throw OrvaException(c_szInvalidRange + rangeList, 0);
     return std::make_pair(token.substr(1, dash - 1), token.substr(dash + 1, token.size() - dash - 2));
 }
 
@@ -158,20 +158,19 @@ OrvaVersion::tComparison OrvaVersion::compare(const OrvaVersion& a, const OrvaVe
     return words > 0 ? VersionGreater : VersionEqual;
 }
 
-std::vector<std::pair<OrvaVersion, OrvaVersion>>
-OrvaVersion::createRangeVector(const std::string& specification)
+std::vector<std::pair<OrvaVersion, OrvaVersion>> OrvaVersion::createRangeVector(const std::string& rangeList)
 {
     // Every entry is checked before the first version is read, so that a
     // malformed range is reported even behind a malformed version.
     std::vector<std::pair<std::string, std::string>> texts;
-    DelimitedTokens tokens(specification, ",");
+    DelimitedTokens tokens(rangeList, ",");
     while (tokens.hasMoreTokens())
     {
         std::string token = tokens.next();
         if (token.empty() || token[0] != '{')
             texts.push_back(std::make_pair(token, std::string()));
         else
-            texts.push_back(rangeBounds(token, specification));
+            texts.push_back(rangeBounds(token, rangeList));
     }
 
     std::vector<std::pair<OrvaVersion, OrvaVersion>> ranges;

@@ -93,12 +93,11 @@ public:
     /// ranges before any version is read: a "{" entry whose first "-" is
     /// missing, or leaves no character for either bound, throws
     /// OrvaException, code 0, "OrvaVersion::createRangeVector: Invalid range
-    /// specification: " followed by `specification`. Then each text is
+    /// specification: " followed by `rangeList`. Then each text is
     /// parsed, and a malformed version throws the text of parse(). The empty
     /// list gives no entries; an empty entry (as in "1.0,") gives a pair of
     /// empty versions.
-    static std::vector<std::pair<OrvaVersion, OrvaVersion>>
-    createRangeVector(const std::string& specification);
+    static std::vector<std::pair<OrvaVersion, OrvaVersion>> createRangeVector(const std::string& rangeList);
 
 private:
     std::vector<int> m_vComponents;

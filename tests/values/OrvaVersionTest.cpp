@@ -24,11 +24,11 @@ std::string printed(const std::string& text)
     }
 }
 
-std::string rangeError(const std::string& specification)
+std::string rangeError(const std::string& rangeList)
 {
     try
     {
-        OrvaVersion::createRangeVector(specification);
+        OrvaVersion::createRangeVector(rangeList);
     }
     catch (OrvaException& e)
     {
@@ -125,8 +125,8 @@ TEST(OrvaVersionTest, RangesIncludeTheLowerBoundOnly)
 TEST(OrvaVersionTest, MalformedRangesAreFoundBeforeAnyVersionIsRead)
 {
     const std::string prefix = "OrvaVersion::createRangeVector: Invalid range specification: ";
-    for (const char* specification : {"{-2.0}", "{1-}", "{1-2", "{12}", "{", "1..2,{12}"})
-        EXPECT_EQ(rangeError(specification), prefix + specification);
+    for (const char* rangeList : {"{-2.0}", "{1-}", "{1-2", "{12}", "{", "1..2,{12}"})
+        EXPECT_EQ(rangeError(rangeList), prefix + rangeList);
     EXPECT_EQ(rangeError("1,{1.x.2-3}"), "OrvaVersion::parse: invalid version string: 1.x.2");
     EXPECT_EQ(rangeError("{1-2x"), "");
 }
