@@ -27,35 +27,47 @@ const unsigned int c_nHighKeyBufferSize = 448;
 // never used.
 const unsigned int c_nKeyBytesUsed = 72;
 const int c_nRounds = 16;
+// Blocks that do not depend on each other go through the rounds this many
+// at a time.
+const int c_nGroup = 4;
 
 // A mode value that no setStrength has chosen: what a new object with a
 // strength other than low or high has. initialize() refuses it.
 const OrvaEncryption::tMode c_eNoMode = static_cast<OrvaEncryption::tMode>(-1);
 
+// Blocks are big-endian: one byte swap per word on this little-endian
+// target, done on whole words so that the compiler need not merge byte stores.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+              "the block byte order assumes a little-endian target");
+
 inline Word loadBigEndian(const unsigned char* bytes)
 {
-    return (Word(bytes[0]) << 24) | (Word(bytes[1]) << 16) | (Word(bytes[2]) << 8) | Word(bytes[3]);
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return __builtin_bswap32(word);
 }
 
 inline void storeBigEndian(Word word, unsigned char* bytes)
 {
-    bytes[0] = static_cast<unsigned char>(word >> 24);
-    bytes[1] = static_cast<unsigned char>(word >> 16);
-    bytes[2] = static_cast<unsigned char>(word >> 8);
-    bytes[3] = static_cast<unsigned char>(word);
+    word = __builtin_bswap32(word);
+    std::memcpy(bytes, &word, sizeof word);
 }
 
 /// Blowfish's round function over the four S-boxes, which lie one behind the
 /// other in `s`.
 inline Word feistel(const Word* s, Word x)
 {
-    return ((s[x >> 24] + s[256 + ((x >> 16) & 0xFF)]) ^ s[512 + ((x >> 8) & 0xFF)]) + s[768 + (x & 0xFF)];
+    // The indexes are widened before the box offsets are added, so that the
+    // offsets become displacements of the loads.
+    typedef std::size_t Index;
+    return ((s[Index(x >> 24)] + s[256 + Index((x >> 16) & 0xFF)]) ^ s[512 + Index((x >> 8) & 0xFF)]) +
+           s[768 + Index(x & 0xFF)];
 }
 
 /// The 16 rounds on `N` independent blocks at once, their halves in `l` and
 /// `r`. Decryption is the same network with the P-array taken backwards.
-/// Working on two blocks side by side lets the processor overlap their table
-/// loads, which a single block's chain of rounds does not allow.
+/// Working on several blocks side by side lets the processor overlap their
+/// table loads, which the chain of rounds of a single block does not allow.
 template <bool Backwards, int N>
 inline __attribute__((always_inline)) void cipherBlocks(const Word* p, const Word* s, Word (&l)[N],
                                                         Word (&r)[N])
@@ -97,77 +109,80 @@ public:
 
     void run(const unsigned char* in, unsigned char* out, std::size_t blocks)
     {
-        if (!m_bChained)
-            m_bDecrypt ? runEach<true>(in, out, blocks) : runEach<false>(in, out, blocks);
-        else if (m_bDecrypt)
-            runChainedDecrypt(in, out, blocks);
-        else
+        if (m_bChained && !m_bDecrypt)
             runChainedEncrypt(in, out, blocks);
+        else if (m_bChained)
+            runIndependent<true, true>(in, out, blocks);
+        else if (m_bDecrypt)
+            runIndependent<true, false>(in, out, blocks);
+        else
+            runIndependent<false, false>(in, out, blocks);
     }
 
 private:
-    template <bool Backwards>
-    void runEach(const unsigned char* in, unsigned char* out, std::size_t blocks)
+    // ECB both ways and CBC decryption: every block goes through the cipher
+    // on its own, so c_nGroup blocks are worked on side by side.
+    template <bool Decrypt, bool Chained>
+    void runIndependent(const unsigned char* in, unsigned char* out, std::size_t blocks)
     {
-        for (; blocks >= 2; blocks -= 2, in += 2 * c_nBlockSize, out += 2 * c_nBlockSize)
-        {
-            Word l[2] = {loadBigEndian(in), loadBigEndian(in + 8)};
-            Word r[2] = {loadBigEndian(in + 4), loadBigEndian(in + 12)};
-            cipherBlocks<Backwards, 2>(m_pP, m_pS, l, r);
-            storeHalves(l[0], r[0], out);
-            storeHalves(l[1], r[1], out + 8);
-        }
-        if (blocks == 1)
-        {
-            Word l[1] = {loadBigEndian(in)};
-            Word r[1] = {loadBigEndian(in + 4)};
-            cipherBlocks<Backwards, 1>(m_pP, m_pS, l, r);
-            storeHalves(l[0], r[0], out);
-        }
+        std::size_t groups = blocks / c_nGroup;
+        runGroups<Decrypt, Chained, c_nGroup>(in, out, groups);
+        std::size_t done = groups * c_nGroup * c_nBlockSize;
+        runGroups<Decrypt, Chained, 1>(in + done, out + done, blocks % c_nGroup);
     }
 
+    // Each group is read before it is written, so `in` and `out` may be the
+    // same buffer. Chained decryption XORs each block with the cipher block
+    // before it.
+    template <bool Decrypt, bool Chained, int N>
+    void runGroups(const unsigned char* in, unsigned char* out, std::size_t groups)
+    {
+        const Word* p = m_pP;
+        const Word* s = m_pS;
+        Word chainLeft = m_wChainLeft, chainRight = m_wChainRight;
+        for (; groups > 0; --groups, in += N * c_nBlockSize, out += N * c_nBlockSize)
+        {
+            Word cipherLeft[N], cipherRight[N], l[N], r[N];
+#pragma GCC unroll 4
+            for (int j = 0; j < N; ++j)
+            {
+                l[j] = cipherLeft[j] = loadBigEndian(in + j * c_nBlockSize);
+                r[j] = cipherRight[j] = loadBigEndian(in + j * c_nBlockSize + 4);
+            }
+            cipherBlocks<Decrypt, N>(p, s, l, r);
+#pragma GCC unroll 4
+            for (int j = 0; j < N && Chained; ++j)
+            {
+                l[j] ^= j == 0 ? chainLeft : cipherLeft[j - 1];
+                r[j] ^= j == 0 ? chainRight : cipherRight[j - 1];
+            }
+            chainLeft = cipherLeft[N - 1];
+            chainRight = cipherRight[N - 1];
+#pragma GCC unroll 4
+            for (int j = 0; j < N; ++j)
+                storeHalves(l[j], r[j], out + j * c_nBlockSize);
+        }
+        m_wChainLeft = chainLeft;
+        m_wChainRight = chainRight;
+    }
+
+    // CBC encryption: each block needs the one before, so there is one chain
+    // of rounds, whose latency bounds the speed.
     void runChainedEncrypt(const unsigned char* in, unsigned char* out, std::size_t blocks)
     {
+        const Word* p = m_pP;
+        const Word* s = m_pS;
         Word l[1] = {m_wChainLeft};
         Word r[1] = {m_wChainRight};
         for (; blocks > 0; --blocks, in += c_nBlockSize, out += c_nBlockSize)
         {
             l[0] ^= loadBigEndian(in);
             r[0] ^= loadBigEndian(in + 4);
-            cipherBlocks<false, 1>(m_pP, m_pS, l, r);
+            cipherBlocks<false, 1>(p, s, l, r);
             storeHalves(l[0], r[0], out);
         }
         m_wChainLeft = l[0];
         m_wChainRight = r[0];
-    }
-
-    // Each cipher block is read before its plain block is written, so `in`
-    // and `out` may be the same buffer.
-    void runChainedDecrypt(const unsigned char* in, unsigned char* out, std::size_t blocks)
-    {
-        for (; blocks >= 2; blocks -= 2, in += 2 * c_nBlockSize, out += 2 * c_nBlockSize)
-        {
-            Word cipher[4] = {loadBigEndian(in), loadBigEndian(in + 4), loadBigEndian(in + 8),
-                              loadBigEndian(in + 12)};
-            Word l[2] = {cipher[0], cipher[2]};
-            Word r[2] = {cipher[1], cipher[3]};
-            cipherBlocks<true, 2>(m_pP, m_pS, l, r);
-            storeHalves(l[0] ^ m_wChainLeft, r[0] ^ m_wChainRight, out);
-            storeHalves(l[1] ^ cipher[0], r[1] ^ cipher[1], out + 8);
-            m_wChainLeft = cipher[2];
-            m_wChainRight = cipher[3];
-        }
-        if (blocks == 1)
-        {
-            Word cipherLeft = loadBigEndian(in);
-            Word cipherRight = loadBigEndian(in + 4);
-            Word l[1] = {cipherLeft};
-            Word r[1] = {cipherRight};
-            cipherBlocks<true, 1>(m_pP, m_pS, l, r);
-            storeHalves(l[0] ^ m_wChainLeft, r[0] ^ m_wChainRight, out);
-            m_wChainLeft = cipherLeft;
-            m_wChainRight = cipherRight;
-        }
     }
 
     static void storeHalves(Word left, Word right, unsigned char* out)

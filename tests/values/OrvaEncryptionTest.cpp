@@ -177,6 +177,9 @@ TEST(OrvaEncryptionTest, MatchesOpenSslForRandomKeysAndWholeBlocks)
             ASSERT_EQ(toHex(secret), toHex(peer(chained, BF_ENCRYPT, key, plain))) << toHex(key);
             ASSERT_EQ(decrypted(*cipher, key, secret), plain);
             ASSERT_EQ(decrypted(*cipher, key, plain), peer(chained, BF_DECRYPT, key, plain));
+            std::string inPlace = secret, error;
+            ASSERT_TRUE(cipher->decryptDataImpl(key, inPlace, inPlace, error));
+            ASSERT_EQ(inPlace, plain);
         }
     }
 }
