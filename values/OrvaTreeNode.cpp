@@ -34,9 +34,8 @@ std::vector<std::string> splitPath(const std::string& text, const char* delimite
     return path;
 }
 
-/// A plain node of the tree's own making, or of a class whose name carries
-/// the same text: the test is by name, so that clients may mark their classes
-/// as placeholders too.
+/// A plain node of the tree's own making. The test is by the type's name, so
+/// a node of a client's class whose name holds the same text counts as one.
 bool isPlaceholder(const OrvaTreeNode& node)
 {
     return std::strstr(typeid(node).name(), "OrvaTreeNode") != nullptr;
@@ -164,8 +163,9 @@ OrvaSmartPointer<OrvaTreeNode> OrvaTreeNode::replacePlaceholder(OrvaSmartPointer
                                                                 OrvaSmartPointer<OrvaTreeNode> node,
                                                                 const std::string& key)
 {
-    // `old` holds the placeholder alive while its children move and after
-    // erase() has dropped this node's reference to it.
+    // `old` keeps the placeholder alive while its children move and after it
+    // has left this node's children. It is removed by identity: `node` may
+    // already stand among them under the same key.
     node->setKey(key);
     node->m_vChildren.insert(node->m_vChildren.end(), old->m_vChildren.begin(), old->m_vChildren.end());
     old->m_vChildren.clear();
