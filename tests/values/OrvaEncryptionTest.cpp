@@ -41,19 +41,16 @@ public:
 // One call of an ...Impl form: "ok", the error text, or the text thrown.
 std::string outcome(bool encrypt, OrvaEncryption& cipher, const std::string& key, std::string input,
                     std::string& output)
+try
 {
     std::string error;
-    try
-    {
-        return (encrypt ? cipher.encryptDataImpl(key, input, output, error)
-                        : cipher.decryptDataImpl(key, input, output, error))
-                   ? "ok"
-                   : error;
-    }
-    catch (OrvaException& e)
-    {
-        return e.getText();
-    }
+    bool done = encrypt ? cipher.encryptDataImpl(key, input, output, error)
+                        : cipher.decryptDataImpl(key, input, output, error);
+    return done ? "ok" : error;
+}
+catch (OrvaException& e)
+{
+    return e.getText();
 }
 
 std::string crypt(bool encrypt, OrvaEncryption& cipher, const std::string& key, const std::string& input,

@@ -25,11 +25,6 @@ std::string resultOrError(const std::function<std::string()>& call)
     }
 }
 
-std::string printed(const std::string& text)
-{
-    return resultOrError([&] { return OrvaVersion(text).toString(); });
-}
-
 TEST(OrvaVersionTest, GrammarKeepsEmptyPartsAndReadsLeadingDigits)
 {
     const std::string bad = "OrvaVersion::parse: invalid version string: ";
@@ -41,7 +36,7 @@ TEST(OrvaVersionTest, GrammarKeepsEmptyPartsAndReadsLeadingDigits)
         {"1.beta.2", bad + "1.beta.2"}, {".beta", bad + ".beta"}, {"1. 2.3", bad + "1. 2.3"}};
     // clang-format on
     for (const auto& c : cases)
-        EXPECT_EQ(printed(c.first), c.second) << c.first;
+        EXPECT_EQ(resultOrError([&] { return OrvaVersion(c.first).toString(); }), c.second) << c.first;
     EXPECT_FALSE(OrvaVersion("").isInit());
     EXPECT_FALSE(OrvaVersion(nullptr).isInit());
     EXPECT_TRUE(OrvaVersion("x").isInit());
