@@ -6,5 +6,7 @@
 #define OVKIT_ORVAEXPORT_H
 
 #define OVKIT_API __attribute__((visibility("default")))
+/// Keeps a member of an exported class out of the library's interface.
+#define OVKIT_LOCAL __attribute__((visibility("hidden")))
 
 #endif // OVKIT_ORVAEXPORT_H

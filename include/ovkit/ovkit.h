@@ -4,6 +4,7 @@
 
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaDateTime.h>
+#include <ovkit/OrvaEncryption.h>
 #include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
@@ -24,5 +25,7 @@
 #include <ovkit/OrvaThread.h>
 #include <ovkit/OrvaTimer.h>
 #include <ovkit/OrvaTokenizer.h>
+#include <ovkit/OrvaTreeNode.h>
+#include <ovkit/OrvaVersion.h>
 
 #endif // OVKIT_OVKIT_H
