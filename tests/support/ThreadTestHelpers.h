@@ -1,39 +1,19 @@
-// Helpers for the tests of threads, events and timers. The pollers use plain
-// system calls and no heap, because a timer signal may land on the polling
-// thread and its handler allocates.
+// Helpers for the tests of threads, events and timers.
 #ifndef OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
 #define OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
 
 #include <ovkit/OrvaThread.h>
 
+#include "support/Polling.h"
+
 #include <atomic>
-#include <chrono>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
 #include <functional>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <thread>
-#include <unistd.h>
 
 namespace ovkit_test
 {
-
-/// Polls `condition` every millisecond until it holds or 20 seconds have passed.
-template <class Condition>
-bool waitUntil(Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        usleep(1000);
-    }
-    return true;
-}
 
 /// A thread that runs `body` once; its destructor joins it.
 class BodyThread
@@ -44,30 +24,18 @@ public:
         : m_oThread(
               [this, body]
               {
-                  m_nTid = static_cast<pid_t>(syscall(SYS_gettid));
+                  m_nTid = currentTid();
                   body();
               })
     {
     }
     ~BodyThread() { m_oThread.join(); }
 
-    /// Waits until the thread sleeps in the kernel (state S in its stat
-    /// line), as one blocked on a condition variable or a mutex does.
+    /// Waits until the thread sleeps in the kernel, as one blocked on a
+    /// condition variable or a mutex does.
     bool sleeping()
     {
-        return waitUntil(
-            [this]
-            {
-                char path[64], line[512];
-                snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(m_nTid));
-                const int fd = m_nTid ? open(path, O_RDONLY) : -1;
-                const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
-                if (fd >= 0)
-                    close(fd);
-                line[length > 0 ? length : 0] = '\0';
-                const char* name = strrchr(line, ')'); // the state follows the name
-                return name && name[1] == ' ' && name[2] == 'S';
-            });
+        return waitFor([this] { return m_nTid && taskState(m_nTid) == 'S'; });
     }
 
 private:
@@ -100,7 +68,7 @@ inline bool settleLibraryThreads()
 {
     itimerval off = {};
     setitimer(ITIMER_REAL, &off, nullptr);
-    return waitUntil(
+    return waitFor(
         []
         {
             struct stat tasks; // the directory has two links and one per thread

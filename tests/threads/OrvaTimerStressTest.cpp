@@ -51,7 +51,7 @@ bool timersStillFire()
     OrvaTimer probe(200, true);
     probe.addDependent(counter);
     probe.reset();
-    return waitFor(10, [&] { return counter.fired > 0; });
+    return waitFor([&] { return counter.fired > 0; }, 10);
 }
 
 } // namespace
@@ -106,7 +106,7 @@ TEST(OrvaTimerStressTest, TimerDeletedWhileItFires)
                 });
             timer->addDependent(deleter);
             timer->reset();
-            if (!waitFor(10, [&] { return deleted.load(); }))
+            if (!waitFor([&] { return deleted.load(); }, 10))
                 return "the dependent never finished deleting its timer" + at;
             if (!timersStillFire())
                 return "no timer fired after one was deleted by its dependent" + at;
@@ -130,11 +130,11 @@ TEST(OrvaTimerStressTest, TimerDeletedWhileItFires)
         timer->addDependent(blocked);
         lock.lock();
         timer->reset();
-        if (!waitFor(10, [&] { return ovkit_test::taskState(firing) == 'S'; }))
+        if (!waitFor([&] { return ovkit_test::taskState(firing) == 'S'; }, 10))
             return "the firing never blocked on the lock";
         delete timer; // while its firing waits for this thread's lock
         lock.unlock();
-        if (!waitFor(10, [&] { return through > 0; }))
+        if (!waitFor([&] { return through > 0; }, 10))
             return "the blocked dependent never got through";
         return timersStillFire() ? "" : "no timer fired after the deletion";
     };
@@ -159,7 +159,7 @@ TEST(OrvaTimerStressTest, ProcessLeavesCleanlyRightAfterAFiring)
         timer->reset();
         if (run % 3 == 1)
             return timer->wait(-1) == 0 ? "" : "the wait failed"; // a later firing wakes it
-        return waitFor(10, [&] { return counter->fired > 0; }) ? "" : "the timer never fired";
+        return waitFor([&] { return counter->fired > 0; }, 10) ? "" : "the timer never fired";
     };
     auto runner = [&](int first) -> std::string
     {
