@@ -11,14 +11,14 @@ using namespace OrvaSupport;
 namespace
 {
 
-std::vector<std::string> g_journal;
+std::vector<std::string> s_journal;
 
 class ClientModule : public ModuleData
 {
 public:
     explicit ClientModule(std::string name) : ModuleData(false), m_sName(std::move(name)) {}
-    void attach() override { g_journal.push_back("attach " + m_sName); }
-    void detach() override { g_journal.push_back("detach " + m_sName); }
+    void attach() override { s_journal.push_back("attach " + m_sName); }
+    void detach() override { s_journal.push_back("detach " + m_sName); }
 
 private:
     std::string m_sName;
@@ -26,7 +26,7 @@ private:
 
 } // namespace
 
-TEST(OrvaModule, LibraryIsAttachedOnceAtLoadAndControlOnlyCounts)
+TEST(OrvaModuleTest, LibraryIsAttachedOnceAtLoadAndControlOnlyCounts)
 {
     EXPECT_EQ(1, g_ModuleData.useCount());
     EXPECT_TRUE(g_ModuleData.autoAttach());
@@ -45,33 +45,33 @@ TEST(OrvaModule, LibraryIsAttachedOnceAtLoadAndControlOnlyCounts)
     EXPECT_EQ(before, g_pCriticalSection);
 }
 
-TEST(OrvaModule, ClientModulesAttachOldestFirstAndDetachNewestFirst)
+TEST(OrvaModuleTest, ClientModulesAttachOldestFirstAndDetachNewestFirst)
 {
-    g_journal.clear();
+    s_journal.clear();
     {
         ClientModule a("A");
         ClientModule b("B");
         EXPECT_EQ(&b, ModuleData::head());
         EXPECT_EQ(&a, b.next());
         EXPECT_EQ(&b, a.previous());
-        EXPECT_TRUE(g_journal.empty());
+        EXPECT_TRUE(s_journal.empty());
 
         ModuleData::entry();
-        EXPECT_EQ((std::vector<std::string>{"attach A", "attach B"}), g_journal);
+        EXPECT_EQ((std::vector<std::string>{"attach A", "attach B"}), s_journal);
         EXPECT_EQ(2, g_ModuleData.useCount());
         EXPECT_EQ(1, a.useCount());
 
         ModuleData::entry();
-        EXPECT_EQ(2u, g_journal.size());
+        EXPECT_EQ(2u, s_journal.size());
         EXPECT_EQ(2, b.useCount());
 
         ModuleData::exit();
-        EXPECT_EQ(2u, g_journal.size());
+        EXPECT_EQ(2u, s_journal.size());
         {
             // A record that was never entered is skipped and stays at 0.
             ClientModule c("C");
             ModuleData::exit();
-            EXPECT_EQ((std::vector<std::string>{"attach A", "attach B", "detach B", "detach A"}), g_journal);
+            EXPECT_EQ((std::vector<std::string>{"attach A", "attach B", "detach B", "detach A"}), s_journal);
             EXPECT_EQ(0, c.useCount());
             EXPECT_EQ(0, a.useCount());
             EXPECT_EQ(1, g_ModuleData.useCount());
@@ -83,7 +83,7 @@ TEST(OrvaModule, ClientModulesAttachOldestFirstAndDetachNewestFirst)
     EXPECT_EQ(1, g_ModuleData.useCount());
 }
 
-TEST(OrvaModule, ObjectBaseInitAndFinitPair)
+TEST(OrvaModuleTest, ObjectBaseInitAndFinitPair)
 {
     OVKITFinitOrvaObjectBase();
     EXPECT_EQ(nullptr, g_pCriticalSection);
