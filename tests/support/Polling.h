@@ -1,7 +1,5 @@
 // Waiting with a deadline: on a condition, on the state of a task, and on the
-// end of a child process. The pollers use plain system calls and no heap,
-// because a timer signal may land on the polling thread and its handler
-// allocates.
+// end of a child process.
 #ifndef OVKIT_TESTS_SUPPORT_POLLING_H
 #define OVKIT_TESTS_SUPPORT_POLLING_H
 
@@ -17,16 +15,17 @@
 namespace ovkit_test
 {
 
-/// Polls `condition` every 100 microseconds until it holds or `seconds` have passed.
+/// Polls `condition` until it holds or `seconds` have passed: first every 100
+/// microseconds, then less often, down to every 5 milliseconds.
 template <class Condition>
 bool waitFor(Condition condition, int seconds = 20)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!condition())
+    for (useconds_t pause = 100; !condition(); pause = pause < 5000 ? pause * 2 : pause)
     {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
-        usleep(100);
+        usleep(pause);
     }
     return true;
 }

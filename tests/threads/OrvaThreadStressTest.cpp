@@ -153,7 +153,7 @@ TEST(OrvaThreadStressTest, KilledPropertyWriterLeavesTheTableUsable)
 
 TEST(OrvaThreadStressTest, KilledLogWriterLeavesTheLogWorking)
 {
-    LogTest::FileLog file(9); // made here, so that its directory goes even when the child dies
+    ovkit_test::FileLog file(9); // made here, so that its directory goes even when the child dies
     auto records = [&]
     {
         OrvaLogging::setInstance(file.log);
