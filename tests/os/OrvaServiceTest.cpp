@@ -1,48 +1,39 @@
+// The foreground and daemon roads of the service frame, and the one signal
+// that reaches a service.
 #include <ovkit/OrvaService.h>
 
 #include <ovkit/OrvaLogging.h>
 
+#include "support/Polling.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <initializer_list>
 #include <poll.h>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace OrvaSupport;
-using namespace std::chrono_literals;
 
 namespace
 {
 
-bool handlerIs(int signal, void (*handler)(int))
+// True when each of `signals` is handled by `handler`.
+bool handledBy(void (*handler)(int), std::initializer_list<int> signals)
 {
     struct sigaction action;
-    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == handler;
+    for (int each : signals)
+        if (sigaction(each, nullptr, &action) != 0 || action.sa_handler != handler)
+            return false;
+    return true;
 }
-
-// What a daemon child tells the test, one record per write (atomic on a pipe).
-struct Record
-{
-    char kind = 0; // 'S' in onStart, 'E' once start has returned
-    int pid = 0;
-    int sid = 0;
-    int state = -1;
-    int stops = 0;
-    bool result = false;
-    bool handlers = false; // ControlHandler on SIGINT, SIGTERM, SIGCHLD and SIGPIPE
-    unsigned mask = 0;
-    char cwd[64] = {};
-};
 
 // Records what the frame does to it. When onStart succeeds and an action is
 // set, it starts a thread that repeats the action until onStop has run: the
@@ -55,12 +46,7 @@ public:
         : m_bStartResult(startResult), m_nReportFd(reportFd)
     {
     }
-    ~TestService() override
-    {
-        m_bStopped = true;
-        if (m_oThread.joinable())
-            m_oThread.join();
-    }
+    ~TestService() override { endAction(); }
 
     bool onStart(const std::string& argument) override
     {
@@ -68,7 +54,19 @@ public:
         m_sArgument = argument;
         m_eStateInOnStart = state();
         if (m_bStartResult && m_fnAction && !m_oThread.joinable())
-            m_oThread = std::thread([this] { repeatActionUntilStopped(); });
+            m_oThread = std::thread(
+                [this]
+                {
+                    // A service that does not stop ends the process rather than hanging the test.
+                    const auto actUnlessStopped = [this]
+                    {
+                        if (!m_bStopped)
+                            m_fnAction(*this);
+                        return m_bStopped.load();
+                    };
+                    if (!ovkit_test::waitFor(actUnlessStopped, 10))
+                        std::abort();
+                });
         report('S');
         // A second call fails, so that a start that wrongly makes it cannot
         // block the thread that calls it.
@@ -78,28 +76,21 @@ public:
     {
         ++m_nStops;
         m_eStateInOnStop = state();
-        m_bStopped = true;
-        m_oThread.join();
+        endAction();
     }
 
+    // One line to the report descriptor, if any: the process id, then
+    // `kind`, what the daemon road set up, and the state.
     void report(char kind, bool result = false)
     {
-        if (m_nReportFd < 0)
-            return;
-        Record record;
-        record.kind = kind;
-        record.pid = getpid();
-        record.sid = getsid(0);
-        record.state = state();
-        record.stops = m_nStops;
-        record.result = result;
-        record.handlers = handlerIs(SIGINT, ControlHandler) && handlerIs(SIGTERM, ControlHandler) &&
-                          handlerIs(SIGCHLD, ControlHandler) && handlerIs(SIGPIPE, ControlHandler);
-        record.mask = umask(0);
-        umask(record.mask);
-        if (getcwd(record.cwd, sizeof(record.cwd)) == nullptr)
-            record.cwd[0] = '\0';
-        (void)!write(m_nReportFd, &record, sizeof(record));
+        const mode_t mask = umask(0);
+        umask(mask);
+        char cwd[64] = "?";
+        if (m_nReportFd >= 0 && getcwd(cwd, sizeof cwd))
+            dprintf(m_nReportFd, "%d %c leader=%d cwd=%s umask=%o handlers=%d state=%d stops=%d result=%d\n",
+                    getpid(), kind, getsid(0) == getpid(), cwd, mask,
+                    handledBy(ControlHandler, {SIGINT, SIGTERM, SIGCHLD, SIGPIPE}), state(), m_nStops,
+                    result);
     }
 
     std::function<void(TestService&)> m_fnAction;
@@ -110,19 +101,11 @@ public:
     t_ServiceState m_eStateInOnStop = serviceRunning;
 
 private:
-    void repeatActionUntilStopped()
+    void endAction()
     {
-        const auto deadline = std::chrono::steady_clock::now() + 10s;
-        while (!m_bStopped)
-        {
-            if (std::chrono::steady_clock::now() > deadline)
-            {
-                std::fputs("TestService: the service did not stop\n", stderr);
-                std::abort();
-            }
-            m_fnAction(*this);
-            std::this_thread::sleep_for(1ms);
-        }
+        m_bStopped = true;
+        if (m_oThread.joinable())
+            m_oThread.join();
     }
 
     bool m_bStartResult;
@@ -139,23 +122,20 @@ TEST(OrvaServiceTest, ForegroundRunsUntilStoppedAndIgnoresAStartWhileRunning)
     OrvaLogging::setInstance(log);
     testing::internal::CaptureStdout();
     TestService service;
-    bool tried = false;
-    bool again = false;
+    bool tried = false, again = false;
     service.m_fnAction = [&](TestService& running)
     {
-        if (!tried)
+        if (!tried && running.state() == OrvaService::serviceRunning)
         {
-            if (running.state() != OrvaService::serviceRunning)
-                return;
             tried = true;
             again = running.start("again", false); // returns at once, calls nothing
         }
-        running.stop();
+        if (tried)
+            running.stop();
     };
 
     EXPECT_TRUE(service.start("fg-argument", false));
     const std::string output = testing::internal::GetCapturedStdout();
-
     EXPECT_TRUE(again);
     EXPECT_EQ(service.m_nStarts, 1);
     EXPECT_EQ(service.m_sArgument, "fg-argument");
@@ -163,8 +143,7 @@ TEST(OrvaServiceTest, ForegroundRunsUntilStoppedAndIgnoresAStartWhileRunning)
     EXPECT_EQ(service.m_nStops, 1);
     EXPECT_EQ(service.m_eStateInOnStop, OrvaService::serviceStopping);
     EXPECT_EQ(service.state(), OrvaService::serviceStopped);
-    for (int caught : {SIGINT, SIGTERM, SIGPIPE})
-        EXPECT_TRUE(handlerIs(caught, ControlHandler)) << caught;
+    EXPECT_TRUE(handledBy(ControlHandler, {SIGINT, SIGTERM, SIGPIPE}));
     const auto waiting = output.find("OrvaService::start: waiting for service to exit");
     const auto completed = output.find("OrvaService::start: service completed.");
     EXPECT_NE(completed, std::string::npos) << output;
@@ -182,8 +161,7 @@ TEST(OrvaServiceTest, ForegroundStartThatFailsLeavesStateAndSignalsAlone)
     EXPECT_EQ(service.m_nStarts, 1);
     EXPECT_EQ(service.m_nStops, 0);
     EXPECT_EQ(service.state(), OrvaService::serviceStopping);
-    for (int caught : {SIGINT, SIGTERM, SIGPIPE})
-        EXPECT_TRUE(handlerIs(caught, SIG_IGN)) << caught;
+    EXPECT_TRUE(handledBy(SIG_IGN, {SIGINT, SIGTERM, SIGPIPE}));
 }
 
 class OrvaServiceSignalTest : public testing::TestWithParam<int>
@@ -206,7 +184,7 @@ TEST_P(OrvaServiceSignalTest, FirstSignalStopsTheLatestServiceAndNothingAfter)
     {
         if (raised)
             running.getEventObject().set(); // the stop may have come before the wait
-        else if (handlerIs(first, ControlHandler))
+        else if (handledBy(ControlHandler, {first}))
             raised = raise(first) == 0; // handled on this thread before raise returns
     };
 
@@ -229,39 +207,28 @@ INSTANTIATE_TEST_SUITE_P(Signals, OrvaServiceSignalTest, testing::Values(SIGINT,
 namespace
 {
 
-bool readRecord(int fd, Record& record)
+// A report line from `fd`, waited for up to 10 seconds.
+std::string readReport(int fd)
 {
     struct pollfd readable = {fd, POLLIN, 0};
-    return poll(&readable, 1, 10000) == 1 && read(fd, &record, sizeof(record)) == sizeof(record);
+    char line[256] = {};
+    return poll(&readable, 1, 10000) == 1 && read(fd, line, sizeof line - 1) > 0 ? line : "";
 }
 
 // The exit code of child `pid`; -1 when a signal ended it, or when it had to
 // be killed because it did not end within 10 seconds.
 int exitCode(pid_t pid)
 {
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
     int status = 0;
-    pid_t reaped = 0;
-    while ((reaped = waitpid(pid, &status, WNOHANG)) == 0)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            return -1;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return reaped == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ovkit_test::reapChild(pid, 10, status) && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 struct DaemonRun
 {
-    pid_t starter = -1;
     int starterExit = -1;
-    int daemonExit = -1;
-    Record started;
-    Record ended;
+    int daemonExit = -1; // -1 as well when the daemon is the starter itself
+    std::string started; // its reports, without the process id
+    std::string ended;
 };
 
 // Forks a starter process that calls start("daemon", true). The test process
@@ -270,16 +237,15 @@ struct DaemonRun
 DaemonRun runDaemon(bool startResult)
 {
     DaemonRun run;
-    int records[2];
-    int go[2];
-    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0 || pipe(records) != 0 || pipe(go) != 0)
+    int reports[2], go[2];
+    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0 || pipe(reports) != 0 || pipe(go) != 0)
         return run;
-    run.starter = fork();
-    if (run.starter == 0)
+    const pid_t starter = fork();
+    if (starter == 0)
     {
-        close(records[0]);
+        close(reports[0]);
         close(go[1]);
-        TestService service(startResult, records[1]);
+        TestService service(startResult, reports[1]);
         service.m_fnAction = [wait = go[0]](TestService& running)
         {
             char byte;
@@ -292,40 +258,36 @@ DaemonRun runDaemon(bool startResult)
         service.report('E', result); // in the daemon child only
         _exit(0);
     }
-    close(records[1]);
+    close(reports[1]);
     close(go[0]);
-    readRecord(records[0], run.started);
-    run.starterExit = exitCode(run.starter);
+    run.started = readReport(reports[0]);
+    run.starterExit = exitCode(starter);
     close(go[1]);
-    readRecord(records[0], run.ended);
-    if (run.started.pid > 0 && run.started.pid != run.starter)
-        run.daemonExit = exitCode(run.started.pid);
-    close(records[0]);
+    run.ended = readReport(reports[0]);
+    close(reports[0]);
+    const pid_t daemon = atoi(run.started.c_str());
+    if (daemon > 0 && daemon != starter)
+        run.daemonExit = exitCode(daemon);
+    for (std::string* report : {&run.started, &run.ended})
+        report->erase(0, report->find(' ') + 1);
     return run;
 }
 
 } // namespace
 
-TEST(OrvaServiceDaemonTest, StarterLeavesWithTheOutcomeOfOnStartInADetachedChild)
+TEST(OrvaServiceTest, DaemonStarterLeavesWithTheOutcomeOfOnStartInADetachedChild)
 {
     for (bool succeeds : {true, false})
     {
         SCOPED_TRACE(succeeds ? "onStart true" : "onStart false");
         const DaemonRun run = runDaemon(succeeds);
         EXPECT_EQ(run.starterExit, succeeds ? 0 : 1);
-
-        EXPECT_EQ(run.started.kind, 'S');
-        EXPECT_NE(run.started.pid, run.starter);
-        EXPECT_EQ(run.started.sid, run.started.pid); // a session of its own
-        EXPECT_STREQ(run.started.cwd, "/");
-        EXPECT_EQ(run.started.mask, 0u);
-        EXPECT_TRUE(run.started.handlers);
-        EXPECT_EQ(run.started.state, OrvaService::serviceRunning);
-
-        EXPECT_EQ(run.ended.kind, 'E');
-        EXPECT_EQ(run.ended.result, succeeds);
-        EXPECT_EQ(run.ended.stops, succeeds ? 1 : 0);
-        EXPECT_EQ(run.ended.state, OrvaService::serviceStopped);
         EXPECT_EQ(run.daemonExit, 0);
+        // A session of its own, the root directory, no umask, the handlers in place.
+        const std::string setUp = "leader=1 cwd=/ umask=0 handlers=1 state=";
+        EXPECT_EQ(run.started,
+                  "S " + setUp + std::to_string(OrvaService::serviceRunning) + " stops=0 result=0\n");
+        EXPECT_EQ(run.ended, "E " + setUp + std::to_string(OrvaService::serviceStopped) + " stops=" +
+                                 std::to_string(succeeds) + " result=" + std::to_string(succeeds) + "\n");
     }
 }
