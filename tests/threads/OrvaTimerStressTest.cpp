@@ -27,8 +27,7 @@ struct Counter : OrvaDependent
     std::atomic<int> fired{0};
 };
 
-// Allocates and frees blocks, strings and growing vectors of every size
-// until `until`.
+// Allocates and frees blocks, strings and growing vectors of every size until `until`.
 void churn(std::chrono::steady_clock::time_point until, unsigned seed)
 {
     std::minstd_rand random(seed);
@@ -62,24 +61,22 @@ TEST(OrvaTimerStressTest, TimersKeepFiringWhileThreadsAllocate)
     auto storm = []
     {
         Counter counters[4];
-        OrvaTimer half(500, false), odd(700, false), second(1000, false), longer(1, 500, false);
-        OrvaTimer* timers[4] = {&half, &odd, &second, &longer};
+        OrvaTimer timers[] = {{500, false}, {700, false}, {1000, false}, {1, 500, false}};
         for (int i = 0; i < 4; ++i)
         {
-            timers[i]->addDependent(counters[i]);
-            timers[i]->reset();
+            timers[i].addDependent(counters[i]);
+            timers[i].reset();
         }
         const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         std::thread helper(churn, until, 2u);
         churn(until, 1u);
         helper.join();
         // Below a second a timer fires after every scan; the others at least every other second.
-        const int least[4] = {3, 3, 2, 2};
         std::string failure;
         for (int i = 0; i < 4; ++i)
         {
-            timers[i]->stop();
-            if (counters[i].fired < least[i])
+            timers[i].stop();
+            if (counters[i].fired < (i < 2 ? 3 : 2))
                 failure +=
                     "timer " + std::to_string(i) + " fired " + std::to_string(counters[i].fired) + " times; ";
         }
