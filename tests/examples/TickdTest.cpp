@@ -1,5 +1,5 @@
 // End-to-end runs of the example daemon, in the foreground and detached.
-#include "support/Polling.h"
+#include "support/Processes.h"
 #include "support/ScratchDir.h"
 
 #include <gtest/gtest.h>

@@ -3,7 +3,7 @@
 #include <ovkit/OrvaThread.h>
 
 #include "support/LogTestHelpers.h"
-#include "support/Polling.h"
+#include "support/Processes.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 
 #include <ovkit/OrvaLogging.h>
 
-#include "support/Polling.h"
+#include "support/Processes.h"
 
 #include <gtest/gtest.h>
 

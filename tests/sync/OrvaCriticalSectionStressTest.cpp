@@ -1,7 +1,7 @@
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaThread.h>
 
-#include "support/StressTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -10,64 +10,36 @@
 using namespace OrvaSupport;
 using ovkit_test::runInChild;
 
-namespace
-{
-
-// Shared with the blocked threads, which must not touch their objects: an
-// abandoned thread's object may be gone before the thread is.
-OrvaCriticalSectionObject s_oBusy;
-std::atomic<pid_t> s_nBlockedTid{0};
-std::atomic<int> s_nGotThrough{0};
-
-struct BlockedThread : OrvaThread
-{
-    int run() override
-    {
-        s_nBlockedTid = ovkit_test::currentTid();
-        s_oBusy.lock();
-        ++s_nGotThrough;
-        s_oBusy.unlock();
-        return 0;
-    }
-};
-
-} // namespace
-
 TEST(OrvaCriticalSectionStressTest, ThreadKilledWhileWaitingForALockDiesWithoutIt)
 {
-    auto killWaiters = []() -> std::string
+    auto killWaiters = []
     {
-        s_oBusy.lock();
-        s_oBusy.lock();
-        for (int round = 0; round < 20; ++round)
+        // Static, so that no victim refers to a frame: the lock outlives them all.
+        static OrvaCriticalSectionObject s_busy;
+        static std::atomic<int> s_nGotThrough{0};
+        s_busy.lock();
+        s_busy.lock();
+        auto step = []
         {
-            const std::string at = " (round " + std::to_string(round) + ")";
-            s_nBlockedTid = 0;
-            auto* thread = new BlockedThread;
-            thread->start();
-            if (!ovkit_test::waitFor([] { return ovkit_test::taskState(s_nBlockedTid) == 'S'; }, 10))
-                return "the thread never blocked in lock()" + at;
-            if (round % 2)
-                thread->kill();
-            else
-                thread->setMarkForKill();
-            delete thread;
-            if (!ovkit_test::threadGone(s_nBlockedTid))
-                return "a thread blocked in lock() survived its kill" + at;
-            if (s_nGotThrough != 0)
-                return "a killed thread got the lock" + at;
-            if (s_oBusy.lockCount() != 2)
-                return "the holder's depth changed to " + std::to_string(s_oBusy.lockCount()) + at;
+            s_busy.lock();
+            ++s_nGotThrough;
+            s_busy.unlock();
+        };
+        auto blocked = [](int) { return ovkit_test::taskState(ovkit_test::g_nVictimTid) == 'S'; };
+        auto check = [](int) -> std::string
+        {
             bool taken = true;
-            std::thread([&] { taken = s_oBusy.testAndSet(); }).join();
-            if (taken)
-                return "the lock came free for another thread" + at;
-        }
-        s_oBusy.unlock();
-        s_oBusy.unlock();
-        if (!s_oBusy.testAndSet())
-            return "the lock stayed held after its holder let go";
-        return s_nGotThrough == 0 ? "" : "a killed thread came back for the lock";
+            std::thread([&] { taken = s_busy.testAndSet(); }).join();
+            if (s_nGotThrough != 0 || taken || s_busy.lockCount() != 2)
+                return "the lock changed hands (depth " + std::to_string(s_busy.lockCount()) + ")";
+            return "";
+        };
+        std::string failure = ovkit_test::killLoop(step, check, blocked);
+        s_busy.unlock();
+        s_busy.unlock();
+        if (failure.empty() && !s_busy.testAndSet())
+            failure = "the lock stayed held after its holder let go";
+        return failure.empty() && s_nGotThrough != 0 ? "a killed thread came back for the lock" : failure;
     };
     EXPECT_TRUE(runInChild(30, killWaiters));
 }

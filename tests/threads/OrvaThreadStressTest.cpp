@@ -3,73 +3,18 @@
 #include <ovkit/OrvaThread.h>
 
 #include "support/LogTestHelpers.h"
-#include "support/StressTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 
 using namespace OrvaSupport;
+using ovkit_test::killLoop;
 using ovkit_test::runInChild;
 
 namespace
 {
-
-// The victim's kernel id and its rounds so far. A victim touches nothing of
-// its object once it is going, for the object of an abandoned thread may be
-// deleted before the thread is cancelled.
-std::atomic<pid_t> s_nVictimTid{0};
-std::atomic<long> s_nVictimRounds{0};
-
-// Runs `step` over and over until it is killed. The step is owned by the
-// kill loop, which outlives the victim: run() keeps nothing with a destructor
-// in its frame, for a cancellation that lands between the calls of a frame
-// with objects to destroy ends the process (see OrvaThread.h).
-template <class Step>
-struct Victim : OrvaThread
-{
-    explicit Victim(const Step& step) : m_pStep(&step) {}
-    int run() override
-    {
-        const Step* step = m_pStep;
-        s_nVictimTid = ovkit_test::currentTid();
-        for (;;)
-        {
-            (*step)();
-            s_nVictimRounds.fetch_add(1, std::memory_order_relaxed);
-        }
-    }
-    const Step* m_pStep;
-};
-
-// Kills up to 500 victims running `step`, each after a few rounds, by kill()
-// and by an abandoning delete in turn, for at most six seconds. Once a
-// victim is gone, `check(i)` must find everything it used in order; it
-// returns a failure text, empty when all is well.
-template <class Step, class Check>
-std::string killLoop(const Step& step, Check check)
-{
-    const auto stop = std::chrono::steady_clock::now() + std::chrono::seconds(6);
-    for (int i = 0; i < 500 && std::chrono::steady_clock::now() < stop; ++i)
-    {
-        s_nVictimRounds = 0;
-        auto* victim = new Victim<Step>(step);
-        victim->start();
-        if (!ovkit_test::waitFor([i] { return s_nVictimRounds > i % 23; }, 10))
-            return "kill " + std::to_string(i) + ": the victim did not get going";
-        if (i % 2)
-            victim->kill();
-        else
-            victim->setMarkForKill();
-        delete victim;
-        if (!ovkit_test::threadGone(s_nVictimTid))
-            return "kill " + std::to_string(i) + ": the victim survived";
-        const std::string failure = check(i);
-        if (!failure.empty())
-            return "kill " + std::to_string(i) + ": " + failure;
-    }
-    return "";
-}
 
 // A fresh level of `lock` for this thread, given back at once.
 std::string takeFreeLock(OrvaCriticalSectionObject& lock, const char* name)

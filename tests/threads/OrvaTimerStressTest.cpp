@@ -1,6 +1,6 @@
 #include <ovkit/OrvaTimer.h>
 
-#include "support/StressTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
