@@ -35,13 +35,13 @@ bool handledBy(void (*handler)(int), std::initializer_list<int> signals)
     return true;
 }
 
-// Records what the frame does to it. When onStart succeeds and an action is
-// set, it starts a thread that repeats the action until onStop has run: the
-// stop event keeps no memory, so a stop that comes before start has begun to
-// wait is lost and has to come again.
-class TestService : public OrvaService
+// Journals what the frame calls, with the state at the call: "start(x)@1
+// stop@2 ". When onStart succeeds and an action is set, it starts a thread
+// that repeats the action until onStop has run: the stop event keeps no
+// memory, so a stop that comes before start has begun to wait is lost and
+// has to come again.
+struct TestService : OrvaService
 {
-public:
     explicit TestService(bool startResult = true, int reportFd = -1)
         : m_bStartResult(startResult), m_nReportFd(reportFd)
     {
@@ -50,9 +50,7 @@ public:
 
     bool onStart(const std::string& argument) override
     {
-        ++m_nStarts;
-        m_sArgument = argument;
-        m_eStateInOnStart = state();
+        m_sJournal += "start(" + argument + ")@" + std::to_string(state()) + " ";
         if (m_bStartResult && m_fnAction && !m_oThread.joinable())
             m_oThread = std::thread(
                 [this]
@@ -67,40 +65,16 @@ public:
                     if (!ovkit_test::waitFor(actUnlessStopped, 10))
                         std::abort();
                 });
-        report('S');
+        report("");
         // A second call fails, so that a start that wrongly makes it cannot
         // block the thread that calls it.
-        return m_bStartResult && m_nStarts == 1;
+        return m_bStartResult && m_sJournal.rfind("start") == 0;
     }
     void onStop() override
     {
-        ++m_nStops;
-        m_eStateInOnStop = state();
+        m_sJournal += "stop@" + std::to_string(state()) + " ";
         endAction();
     }
-
-    // One line to the report descriptor, if any: the process id, then
-    // `kind`, what the daemon road set up, and the state.
-    void report(char kind, bool result = false)
-    {
-        const mode_t mask = umask(0);
-        umask(mask);
-        char cwd[64] = "?";
-        if (m_nReportFd >= 0 && getcwd(cwd, sizeof cwd))
-            dprintf(m_nReportFd, "%d %c leader=%d cwd=%s umask=%o handlers=%d state=%d stops=%d result=%d\n",
-                    getpid(), kind, getsid(0) == getpid(), cwd, mask,
-                    handledBy(ControlHandler, {SIGINT, SIGTERM, SIGCHLD, SIGPIPE}), state(), m_nStops,
-                    result);
-    }
-
-    std::function<void(TestService&)> m_fnAction;
-    int m_nStarts = 0;
-    int m_nStops = 0;
-    std::string m_sArgument;
-    t_ServiceState m_eStateInOnStart = serviceStopping;
-    t_ServiceState m_eStateInOnStop = serviceRunning;
-
-private:
     void endAction()
     {
         m_bStopped = true;
@@ -108,8 +82,24 @@ private:
             m_oThread.join();
     }
 
+    // One line to the report descriptor, if any: the process id, what the
+    // daemon road set up, the journal and `more`.
+    void report(const std::string& more)
+    {
+        const mode_t mask = umask(0);
+        umask(mask);
+        char cwd[64] = "?";
+        if (m_nReportFd >= 0 && getcwd(cwd, sizeof cwd))
+            dprintf(m_nReportFd, "%d leader=%d cwd=%s umask=%o handlers=%d %s%s\n", getpid(),
+                    getsid(0) == getpid(), cwd, mask,
+                    handledBy(ControlHandler, {SIGINT, SIGTERM, SIGCHLD, SIGPIPE}), m_sJournal.c_str(),
+                    more.c_str());
+    }
+
     bool m_bStartResult;
     int m_nReportFd;
+    std::string m_sJournal;
+    std::function<void(TestService&)> m_fnAction;
     std::atomic<bool> m_bStopped{false};
     std::thread m_oThread;
 };
@@ -118,14 +108,14 @@ private:
 
 TEST(OrvaServiceTest, ForegroundRunsUntilStoppedAndIgnoresAStartWhileRunning)
 {
-    // A failing onStart leaves the state and the signal handlers as they were.
+    // A failing onStart leaves the state and the signal handlers as they were;
+    // serviceStopping does not count as running.
     for (int caught : {SIGINT, SIGTERM, SIGPIPE})
         signal(caught, SIG_IGN);
     TestService failing(false);
-    failing.stop(); // serviceStopping does not count as running, and has to stay
+    failing.stop();
     EXPECT_FALSE(failing.start("x", false));
-    EXPECT_EQ(failing.m_nStarts, 1);
-    EXPECT_EQ(failing.m_nStops, 0);
+    EXPECT_EQ(failing.m_sJournal, "start(x)@2 ");
     EXPECT_EQ(failing.state(), OrvaService::serviceStopping);
     EXPECT_TRUE(handledBy(SIG_IGN, {SIGINT, SIGTERM, SIGPIPE}));
 
@@ -144,14 +134,10 @@ TEST(OrvaServiceTest, ForegroundRunsUntilStoppedAndIgnoresAStartWhileRunning)
         if (tried)
             running.stop();
     };
-    EXPECT_TRUE(service.start("fg-argument", false));
+    EXPECT_TRUE(service.start("fg", false));
     const std::string output = testing::internal::GetCapturedStdout();
     EXPECT_TRUE(again);
-    EXPECT_EQ(service.m_nStarts, 1);
-    EXPECT_EQ(service.m_sArgument, "fg-argument");
-    EXPECT_EQ(service.m_eStateInOnStart, OrvaService::serviceStopped); // not running yet
-    EXPECT_EQ(service.m_nStops, 1);
-    EXPECT_EQ(service.m_eStateInOnStop, OrvaService::serviceStopping);
+    EXPECT_EQ(service.m_sJournal, "start(fg)@1 stop@2 "); // not yet running in onStart
     EXPECT_EQ(service.state(), OrvaService::serviceStopped);
     EXPECT_TRUE(handledBy(ControlHandler, {SIGINT, SIGTERM, SIGPIPE}));
     const auto completed = output.find("OrvaService::start: service completed.");
@@ -185,7 +171,7 @@ TEST_P(OrvaServiceSignalTest, FirstSignalStopsTheLatestServiceAndNothingAfter)
     };
 
     EXPECT_TRUE(latest.start("", false));
-    EXPECT_EQ(latest.m_eStateInOnStop, OrvaService::serviceStopping);
+    EXPECT_EQ(latest.m_sJournal, "start()@1 stop@2 ");
     EXPECT_EQ(older.state(), OrvaService::serviceStopped);
 
     raise(other);
@@ -221,71 +207,53 @@ int exitCode(pid_t pid)
     return ovkit_test::reapChild(pid, 10, status) && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-struct DaemonRun
-{
-    int starterExit = -1;
-    int daemonExit = -1; // -1 as well when the daemon is the starter itself
-    std::string started; // its reports, without the process id
-    std::string ended;
-};
-
-// Forks a starter process that calls start("daemon", true). The test process
-// becomes the subreaper of the daemon child, so that it can reap it as well.
-// A successful daemon stops itself only once the starter has been reaped.
-DaemonRun runDaemon(bool startResult)
-{
-    DaemonRun run;
-    int reports[2], go[2];
-    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0 || pipe(reports) != 0 || pipe(go) != 0)
-        return run;
-    const pid_t starter = fork();
-    if (starter == 0)
-    {
-        close(reports[0]);
-        close(go[1]);
-        TestService service(startResult, reports[1]);
-        service.m_fnAction = [wait = go[0]](TestService& running)
-        {
-            char byte;
-            while (read(wait, &byte, 1) > 0)
-            {
-            }
-            running.stop();
-        };
-        const bool result = service.start("daemon", true);
-        service.report('E', result); // in the daemon child only
-        _exit(0);
-    }
-    close(reports[1]);
-    close(go[0]);
-    run.started = readReport(reports[0]);
-    run.starterExit = exitCode(starter);
-    close(go[1]);
-    run.ended = readReport(reports[0]);
-    close(reports[0]);
-    const pid_t daemon = atoi(run.started.c_str());
-    if (daemon > 0 && daemon != starter)
-        run.daemonExit = exitCode(daemon);
-    for (std::string* report : {&run.started, &run.ended})
-        report->erase(0, report->find(' ') + 1);
-    return run;
-}
-
 } // namespace
 
 TEST(OrvaServiceTest, DaemonStarterLeavesWithTheOutcomeOfOnStartInADetachedChild)
 {
+    // The test process becomes the subreaper of the daemon child, so that it
+    // can reap it as well. A successful daemon stops itself only once the
+    // starter has been reaped.
+    ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1));
     for (bool succeeds : {true, false})
     {
         SCOPED_TRACE(succeeds ? "onStart true" : "onStart false");
-        const DaemonRun run = runDaemon(succeeds);
-        EXPECT_EQ(run.starterExit, succeeds ? 0 : 1);
-        EXPECT_EQ(run.daemonExit, 0);
-        // A session of its own, the root directory, no umask, the handlers in place.
-        const std::string setUp = "leader=1 cwd=/ umask=0 handlers=1 state=";
-        EXPECT_EQ(run.started,
-                  "S " + setUp + std::to_string(OrvaService::serviceRunning) + " stops=0 result=0\n");
-        EXPECT_EQ(run.ended, "E " + setUp + std::to_string(OrvaService::serviceStopped) + " stops=" +
-                                 std::to_string(succeeds) + " result=" + std::to_string(succeeds) + "\n");
+        int reports[2], go[2];
+        ASSERT_TRUE(pipe(reports) == 0 && pipe(go) == 0);
+        const pid_t starter = fork();
+        if (starter == 0)
+        {
+            close(reports[0]);
+            close(go[1]);
+            TestService service(succeeds, reports[1]);
+            service.m_fnAction = [wait = go[0]](TestService& running)
+            {
+                char byte;
+                while (read(wait, &byte, 1) > 0)
+                {
+                }
+                running.stop();
+            };
+            const bool result = service.start("daemon", true);
+            service.report("returned " + std::to_string(result) + "@" + std::to_string(service.state()));
+            _exit(0); // in the daemon child only: the starter leaves inside start
+        }
+        close(reports[1]);
+        close(go[0]);
+        std::string started = readReport(reports[0]);
+        EXPECT_EQ(exitCode(starter), succeeds ? 0 : 1);
+        close(go[1]);
+        std::string ended = readReport(reports[0]);
+        close(reports[0]);
+        const pid_t daemon = atoi(started.c_str());
+        EXPECT_NE(daemon, starter);
+        EXPECT_EQ(daemon > 0 && daemon != starter ? exitCode(daemon) : -1, 0);
+        for (std::string* report : {&started, &ended})
+            report->erase(0, report->find(' ') + 1);
+        // A session of its own, the root directory, no umask, the handlers in
+        // place, and already running in onStart.
+        const std::string setUp = "leader=1 cwd=/ umask=0 handlers=1 start(daemon)@0 ";
+        EXPECT_EQ(started, setUp + "\n");
+        EXPECT_EQ(ended, setUp + (succeeds ? "stop@2 returned 1@1\n" : "returned 0@1\n"));
     }
 }
