@@ -15,6 +15,7 @@
 
 #include <string>
 #include <thread>
+#include <typeinfo>
 #include <vector>
 
 using namespace OrvaSupport;
@@ -61,6 +62,38 @@ S text(const char* ascii)
 {
     std::string narrow(ascii);
     return S(narrow.begin(), narrow.end());
+}
+
+template <class S>
+void expectLinesSplitAsTheGrammarSays()
+{
+    SCOPED_TRACE(typeid(S).name());
+    struct Case
+    {
+        const char* line;
+        const char* name; // null: nothing stored
+        const char* value;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"a=1", "a", "1"},          {"a = 1", "a ", "1"},      {"  a=1", "  a", "1"},
+        {"a=  1  ", "a", "1  "},    {"a=1=2", "a", "1=2"},     {"a=", "a", ""},
+        {"a", "a", ""},             {"=1", nullptr, nullptr},  {"", nullptr, nullptr},
+        {"#a=1", nullptr, nullptr}, {" #a=1", " #a", "1"},     {"a=#1", "a", "#1"},
+        {"a=1\tb", "a", "1\tb"},    {"a=\t1", "a", "\t1"},     {"a=1\r", "a", "1"},
+        {"a=1\nb\r", "a", "1\nb"},  {"a\r=1\n", "a\r", "1\n"}, {"a=   ", "a", ""},
+        {"\r", "\r", ""},
+    };
+    // clang-format on
+    for (const Case& c : cases)
+    {
+        OrvaProperties<S> props;
+        props.addProperty(text<S>(c.line), typename S::value_type('='));
+        ASSERT_EQ(c.name ? 1 : 0, props.size()) << c.line;
+        EXPECT_TRUE(!c.name || (props.getProperties().begin()->first == text<S>(c.name) &&
+                                props.getProperty(text<S>(c.name)) == text<S>(c.value)))
+            << c.line;
+    }
 }
 
 } // namespace
@@ -119,41 +152,12 @@ TEST(OrvaPropertiesTest, CaseInsensitiveLookups)
     EXPECT_EQ(2, exact.size());
 }
 
-template <class S>
-class OrvaPropertiesLineTest : public ::testing::Test
+TEST(OrvaPropertiesTest, LinesSplitAsTheGrammarSaysForEachStringType)
 {
-};
-typedef ::testing::Types<std::string, std::wstring, ci_string, ci_wstring> StringTypes;
-TYPED_TEST_SUITE(OrvaPropertiesLineTest, StringTypes);
-
-TYPED_TEST(OrvaPropertiesLineTest, LinesSplitAsTheGrammarSays)
-{
-    struct Case
-    {
-        const char* line;
-        const char* name; // null: nothing stored
-        const char* value;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {"a=1", "a", "1"},          {"a = 1", "a ", "1"},      {"  a=1", "  a", "1"},
-        {"a=  1  ", "a", "1  "},    {"a=1=2", "a", "1=2"},     {"a=", "a", ""},
-        {"a", "a", ""},             {"=1", nullptr, nullptr},  {"", nullptr, nullptr},
-        {"#a=1", nullptr, nullptr}, {" #a=1", " #a", "1"},     {"a=#1", "a", "#1"},
-        {"a=1\tb", "a", "1\tb"},    {"a=\t1", "a", "\t1"},     {"a=1\r", "a", "1"},
-        {"a=1\nb\r", "a", "1\nb"},  {"a\r=1\n", "a\r", "1\n"}, {"a=   ", "a", ""},
-        {"\r", "\r", ""},
-    };
-    // clang-format on
-    for (const Case& c : cases)
-    {
-        OrvaProperties<TypeParam> props;
-        props.addProperty(text<TypeParam>(c.line), typename TypeParam::value_type('='));
-        ASSERT_EQ(c.name ? 1 : 0, props.size()) << c.line;
-        EXPECT_TRUE(!c.name || (props.getProperties().begin()->first == text<TypeParam>(c.name) &&
-                                props.getProperty(text<TypeParam>(c.name)) == text<TypeParam>(c.value)))
-            << c.line;
-    }
+    expectLinesSplitAsTheGrammarSays<std::string>();
+    expectLinesSplitAsTheGrammarSays<std::wstring>();
+    expectLinesSplitAsTheGrammarSays<ci_string>();
+    expectLinesSplitAsTheGrammarSays<ci_wstring>();
 }
 
 TEST(OrvaPropertiesTest, LineEndsAndByteOrderMarks)

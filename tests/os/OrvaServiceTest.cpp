@@ -146,18 +146,16 @@ TEST(OrvaServiceTest, ForegroundRunsUntilStoppedAndIgnoresAStartWhileRunning)
         << output;
 }
 
-class OrvaServiceSignalTest : public testing::TestWithParam<int>
+namespace
 {
-};
 
 // Only the first SIGINT or SIGTERM of a process reaches a service. That uses
 // up the process, as ctest gives each test one of its own; in a shared one an
 // earlier test's service shows that the signal may be spent already.
-TEST_P(OrvaServiceSignalTest, FirstSignalStopsTheLatestServiceAndNothingAfter)
+void expectFirstSignalStopsTheLatestServiceAndNothingAfter(int first)
 {
     if (OrvaService::getService() != nullptr)
         GTEST_SKIP() << "needs a process of its own";
-    const int first = GetParam();
     const int other = first == SIGINT ? SIGTERM : SIGINT;
     TestService older;
     TestService latest;
@@ -182,9 +180,17 @@ TEST_P(OrvaServiceSignalTest, FirstSignalStopsTheLatestServiceAndNothingAfter)
     EXPECT_EQ(third.state(), OrvaService::serviceStopped);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, OrvaServiceSignalTest, testing::Values(SIGINT, SIGTERM),
-                         [](const testing::TestParamInfo<int>& info)
-                         { return std::string(info.param == SIGINT ? "Interrupt" : "Terminate"); });
+} // namespace
+
+TEST(OrvaServiceTest, FirstInterruptStopsTheLatestServiceAndNothingAfter)
+{
+    expectFirstSignalStopsTheLatestServiceAndNothingAfter(SIGINT);
+}
+
+TEST(OrvaServiceTest, FirstTerminationRequestStopsTheLatestServiceAndNothingAfter)
+{
+    expectFirstSignalStopsTheLatestServiceAndNothingAfter(SIGTERM);
+}
 
 namespace
 {
