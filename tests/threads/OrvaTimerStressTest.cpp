@@ -186,8 +186,8 @@ TEST(OrvaTimerStressTest, ProcessLeavesCleanlyRightAfterAFiring)
     }
     for (pid_t each : runners)
     {
-        int status = 0;
-        waitpid(each, &status, 0); // bounded: every child of a runner has a deadline
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a runner failed (see above)";
+        int status = 0; // every child of a runner has a deadline of its own, too
+        EXPECT_TRUE(ovkit_test::reapChild(each, 100, status) && WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "a runner failed (see above)";
     }
 }
