@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <glob.h>
 #include <string>
 #include <sys/stat.h>
@@ -22,35 +21,23 @@ using ovkit_test::waitFor;
 
 struct Outcome
 {
-    int status = -1; // exit status, or -1 when killed by a signal or after 30 seconds
+    int status = -1; // exit status; 124 when the run took longer than 30 seconds
     std::string out;
     std::string err;
 };
 
 // Runs a program to its end with both output streams captured in files (a
 // daemon child inherits them, so pipes would stay open after the starter).
+// The arguments are paths of the scratch directory and plain words: quoting
+// each in single quotes is enough for the shell.
 Outcome run(const std::string& dir, const std::vector<std::string>& args)
 {
-    const std::string outPath = dir + "/run.out", errPath = dir + "/run.err";
-    pid_t pid = fork();
-    if (pid == 0)
-    {
-        dup2(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-        dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-        std::vector<char*> argv;
-        for (const std::string& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    Outcome outcome;
-    if (ovkit_test::reapChild(pid, 30, status) && WIFEXITED(status))
-        outcome.status = WEXITSTATUS(status);
-    outcome.out = readFile(outPath);
-    outcome.err = readFile(errPath);
-    return outcome;
+    std::string command = "timeout 30";
+    for (const std::string& arg : args)
+        command += " '" + arg + "'";
+    const int status = std::system((command + " >" + dir + "/run.out 2>" + dir + "/run.err").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(dir + "/run.out"),
+            readFile(dir + "/run.err")};
 }
 
 int countOf(const std::string& text, const std::string& piece)
