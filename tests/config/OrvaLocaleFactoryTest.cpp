@@ -1,6 +1,8 @@
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaLocaleFactory.h>
 
+#include "support/ScratchDir.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -47,30 +49,20 @@ protected:
         g_oLanguageCodeData.clear();
     }
 
-    void TearDown() override
-    {
-        if (!m_sDirectory.empty())
-            std::filesystem::remove_all(m_sDirectory);
-    }
-
-    // Compiles one locale into a directory of its own, links the names the test
-    // needs to it, and points the C library there through LOCPATH.
+    // Compiles one locale into the scratch directory, links the names the
+    // test needs to it, and points the C library there through LOCPATH.
     bool buildLocales()
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "ovkit-locales-XXXXXX").string();
-        if (!mkdtemp(&pattern[0]))
-            return false;
-        m_sDirectory = pattern;
-        const std::string compiled = m_sDirectory + "/German_Germany.ISO-8859-1";
+        const std::string compiled = m_oDir.file("German_Germany.ISO-8859-1");
         if (std::system(("localedef -i C -f ISO-8859-1 '" + compiled + "' >/dev/null 2>&1").c_str()) != 0)
             return false;
         for (const char* alias : {"Spanish_Mexico.ISO-8859-1", "en_US", "de_DE@euro", "en.ISO-8859-1"})
-            std::filesystem::create_directory_symlink(compiled, m_sDirectory + "/" + alias);
-        setenv("LOCPATH", m_sDirectory.c_str(), 1);
+            std::filesystem::create_directory_symlink(compiled, m_oDir.file(alias));
+        setenv("LOCPATH", m_oDir.path().c_str(), 1);
         return true;
     }
 
-    std::string m_sDirectory;
+    ovkit_test::ScratchDir m_oDir;
 };
 
 } // namespace

@@ -6,53 +6,39 @@
 
 using namespace OrvaSupport;
 
-TEST(OrvaException, MessageStackIsNewestFirst)
+TEST(OrvaExceptionTest, MessageStackIsNewestFirstAndCopiesHaveTheirOwn)
 {
-    OrvaException e("a", 5);
+    OrvaException e(std::wstring(L"a"), 5);
     e.pushMessage(L"b");
     e.pushMessage(L"c");
     EXPECT_EQ(L"c\nb\na", e.getFormattedMessages());
-    EXPECT_EQ(5, e.getCode());
     EXPECT_EQ(L"c", e.getCallStack().back());
+    e.setText("narrow"); // the text is not on the stack
+    EXPECT_EQ(L"c\nb\na", e.getFormattedMessages());
 
-    EXPECT_EQ(L"c", e.popMessage());
-    EXPECT_EQ(L"b\na", e.getFormattedMessages());
-    e.popMessage();
-    e.popMessage();
-    EXPECT_EQ(L"", e.popMessage()); // an empty stack stays empty
-    EXPECT_TRUE(e.getCallStack().empty());
-    EXPECT_EQ("a", e.getText()); // the text is not on the stack
-
-    const OrvaException plain;
-    EXPECT_EQ(0, plain.getCode());
-    EXPECT_EQ(L"", plain.getFormattedMessages());
-    EXPECT_TRUE(OrvaException(7).getCallStack().empty());
-}
-
-TEST(OrvaException, SetTextLeavesTheStackAndCopiesHaveTheirOwn)
-{
-    OrvaException source(std::wstring(L"first"), 3);
-    source.setText("narrow");
-    EXPECT_EQ("narrow", source.getText());
-    EXPECT_EQ(L"first", source.getFormattedMessages());
-    source.setText(std::wstring(L"wide"));
-    EXPECT_EQ(L"wide", source.getUText());
-    EXPECT_EQ(L"first", source.getFormattedMessages());
-
-    OrvaException copy(source);
-    copy.pushMessage(L"copy only");
-    EXPECT_EQ(L"first", source.getFormattedMessages());
-    EXPECT_EQ(L"copy only\nfirst", copy.getFormattedMessages());
-    EXPECT_EQ(3, copy.getCode());
+    OrvaException copy(e);
+    EXPECT_EQ(L"c", copy.popMessage());
     OrvaException assigned;
     assigned = copy;
     assigned.popMessage();
-    EXPECT_EQ(L"copy only\nfirst", copy.getFormattedMessages());
-    EXPECT_EQ(L"first", assigned.getFormattedMessages());
+    EXPECT_EQ(L"c\nb\na", e.getFormattedMessages());
+    EXPECT_EQ(L"b\na", copy.getFormattedMessages());
+    EXPECT_EQ(L"a", assigned.getFormattedMessages());
+    EXPECT_EQ(5, assigned.getCode());
+    EXPECT_EQ("narrow", assigned.getText());
+    assigned.popMessage();
+    EXPECT_EQ(L"", assigned.popMessage()); // an empty stack stays empty
+    EXPECT_TRUE(assigned.getCallStack().empty());
+    assigned.setText(std::wstring(L"wide"));
+    EXPECT_EQ(L"wide", assigned.getUText());
     EXPECT_EQ("wide", assigned.getText());
+
+    EXPECT_EQ(0, OrvaException().getCode());
+    EXPECT_EQ(L"", OrvaException().getFormattedMessages());
+    EXPECT_TRUE(OrvaException(7).getCallStack().empty());
 }
 
-TEST(OrvaException, DerivedClassesFormTheirTexts)
+TEST(OrvaExceptionTest, DerivedClassesFormTheirTexts)
 {
     const std::pair<std::function<void()>, std::string> cases[] = {
         {[] { throw OrvaInvalidDateException("bad day"); }, "OrvaInvalidDateException - bad day"},

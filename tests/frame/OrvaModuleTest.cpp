@@ -4,74 +4,59 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 using namespace OrvaSupport;
 
 namespace
 {
 
-std::vector<std::string> g_journal;
+std::string s_sJournal; // "+A" for each attach of A, "-A" for each detach
 
-class ClientModule : public ModuleData
+struct ClientModule : ModuleData
 {
-public:
-    explicit ClientModule(std::string name) : ModuleData(false), m_sName(std::move(name)) {}
-    void attach() override { g_journal.push_back("attach " + m_sName); }
-    void detach() override { g_journal.push_back("detach " + m_sName); }
-
-private:
-    std::string m_sName;
+    explicit ClientModule(char name) : ModuleData(false), m_cName(name) {}
+    void attach() override { s_sJournal += std::string("+") + m_cName; }
+    void detach() override { s_sJournal += std::string("-") + m_cName; }
+    char m_cName;
 };
 
 } // namespace
 
-TEST(OrvaModule, LibraryIsAttachedOnceAtLoadAndControlOnlyCounts)
+TEST(OrvaModuleTest, LibraryIsOldestAndClientsAttachOldestFirstAndDetachNewestFirst)
 {
+    // The library attached itself once, at load; a control only counts.
     EXPECT_EQ(1, g_ModuleData.useCount());
     EXPECT_TRUE(g_ModuleData.autoAttach());
-    OrvaCriticalSectionObject* before = g_pCriticalSection;
-    ASSERT_NE(nullptr, before);
-    ModuleData* tail = ModuleData::head(); // the library's record is the oldest on the list
-    while (tail->next())
-        tail = tail->next();
-    EXPECT_EQ(&g_ModuleData, tail);
+    OrvaCriticalSectionObject* const section = g_pCriticalSection;
+    ASSERT_NE(nullptr, section);
     {
         ModuleDataControl control;
         EXPECT_EQ(2, g_ModuleData.useCount());
-        EXPECT_EQ(before, g_pCriticalSection); // not attached again
     }
     EXPECT_EQ(1, g_ModuleData.useCount());
-    EXPECT_EQ(before, g_pCriticalSection);
-}
+    EXPECT_EQ(section, g_pCriticalSection); // not attached again
 
-TEST(OrvaModule, ClientModulesAttachOldestFirstAndDetachNewestFirst)
-{
-    g_journal.clear();
+    s_sJournal.clear();
     {
-        ClientModule a("A");
-        ClientModule b("B");
+        ClientModule a('A');
+        ClientModule b('B');
         EXPECT_EQ(&b, ModuleData::head());
         EXPECT_EQ(&a, b.next());
         EXPECT_EQ(&b, a.previous());
-        EXPECT_TRUE(g_journal.empty());
+        EXPECT_EQ(&g_ModuleData, a.next()); // the library's record is the oldest
+        EXPECT_EQ(nullptr, g_ModuleData.next());
 
         ModuleData::entry();
-        EXPECT_EQ((std::vector<std::string>{"attach A", "attach B"}), g_journal);
-        EXPECT_EQ(2, g_ModuleData.useCount());
-        EXPECT_EQ(1, a.useCount());
-
         ModuleData::entry();
-        EXPECT_EQ(2u, g_journal.size());
-        EXPECT_EQ(2, b.useCount());
-
+        EXPECT_EQ("+A+B", s_sJournal);
+        EXPECT_EQ(3, g_ModuleData.useCount());
+        EXPECT_EQ(2, a.useCount());
         ModuleData::exit();
-        EXPECT_EQ(2u, g_journal.size());
+        EXPECT_EQ("+A+B", s_sJournal);
         {
-            // A record that was never entered is skipped and stays at 0.
-            ClientModule c("C");
+            ClientModule c('C'); // never entered: skipped, and stays at 0
             ModuleData::exit();
-            EXPECT_EQ((std::vector<std::string>{"attach A", "attach B", "detach B", "detach A"}), g_journal);
+            EXPECT_EQ("+A+B-B-A", s_sJournal);
             EXPECT_EQ(0, c.useCount());
             EXPECT_EQ(0, a.useCount());
             EXPECT_EQ(1, g_ModuleData.useCount());
@@ -80,13 +65,11 @@ TEST(OrvaModule, ClientModulesAttachOldestFirstAndDetachNewestFirst)
     // Destroyed newest first: the list is back to what it was.
     EXPECT_EQ(&g_ModuleData, ModuleData::head());
     EXPECT_EQ(nullptr, g_ModuleData.previous());
-    EXPECT_EQ(1, g_ModuleData.useCount());
 }
 
-TEST(OrvaModule, ObjectBaseInitAndFinitPair)
+TEST(OrvaModuleTest, ObjectBaseInitAndFinitPair)
 {
     OVKITFinitOrvaObjectBase();
-    EXPECT_EQ(nullptr, g_pCriticalSection);
     OVKITFinitOrvaObjectBase();
     EXPECT_EQ(nullptr, g_pCriticalSection);
 
@@ -95,7 +78,6 @@ TEST(OrvaModule, ObjectBaseInitAndFinitPair)
     ASSERT_NE(nullptr, created);
     OVKITInitOrvaObjectBase();
     EXPECT_EQ(created, g_pCriticalSection);
-
     OrvaSmartPointer<OrvaObjectBase> p(new OrvaObjectBase);
     EXPECT_EQ(1, p->refCount());
 }

@@ -11,12 +11,22 @@ using namespace OrvaSupport;
 namespace
 {
 
+// Counts its deaths, but only those outside the global section: another
+// thread must be able to take it while the destructor runs.
 struct Counted : OrvaObjectBase
 {
     explicit Counted(int* deaths = nullptr) : m_pDeaths(deaths) {}
     ~Counted() override
     {
-        if (m_pDeaths)
+        bool outside = false;
+        std::thread(
+            [&]
+            {
+                if ((outside = g_pCriticalSection->testAndSet()))
+                    g_pCriticalSection->unlock();
+            })
+            .join();
+        if (m_pDeaths && outside)
             ++*m_pDeaths;
     }
     int* m_pDeaths;
@@ -31,7 +41,7 @@ class Inner : public OrvaObjectBase
 };
 } // namespace Outer
 
-TEST(OrvaObjectBase, CopiesAndAssignmentsForgetReferences)
+TEST(OrvaObjectBaseTest, CopiesAndAssignmentsForgetReferences)
 {
     int deaths = 0;
     OrvaSmartPointer<Counted> held(new Counted(&deaths));
@@ -58,56 +68,42 @@ TEST(OrvaObjectBase, CopiesAndAssignmentsForgetReferences)
     EXPECT_EQ(0, deaths);
 }
 
-TEST(OrvaSmartPointer, LastReferenceDeletesComparesAndOrderIsNone)
+TEST(OrvaObjectBaseTest, SmartPointerCountsComparesAndHandsOverAndDeletesOutsideTheSection)
 {
     int deaths = 0;
-    {
-        Counted* object = new Counted(&deaths);
-        OrvaSmartPointer<Counted> a(object);
-        OrvaSmartPointer<Counted> b(a);
-        OrvaSmartPointer<Counted> empty;
-        EXPECT_EQ(2, a->refCount());
-        EXPECT_TRUE(a == b && a == object && empty == nullptr);
-        EXPECT_FALSE(a == empty || a == nullptr || empty == object);
-
-        OrvaSmartPointer<Counted>& alias = a;
-        a = alias;
-        a = b;
-        a = static_cast<Counted*>(b);
-        EXPECT_EQ(2, a->refCount());
-
-        EXPECT_FALSE(a < b);
-        EXPECT_FALSE(b < a);
-        EXPECT_FALSE(a < empty);
-        EXPECT_FALSE(empty < a);
-
-        b = nullptr;
-        EXPECT_EQ(1, a->refCount());
-        EXPECT_EQ(0, deaths);
-    }
-    EXPECT_EQ(1, deaths);
-}
-
-TEST(OrvaSmartPointer, AssignmentReleasesFirstAndGetOwnershipHandsOver)
-{
-    int deaths = 0;
-    OrvaSmartPointer<Counted> a(new Counted(&deaths));
+    Counted* first = new Counted(&deaths);
     Counted* second = new Counted(&deaths);
+    OrvaSmartPointer<Counted> a(first);
     OrvaSmartPointer<Counted> b(second);
-    a = b;
+    OrvaSmartPointer<Counted> empty;
+    a = b; // the old object goes first
     EXPECT_EQ(1, deaths);
-    EXPECT_EQ(2, second->refCount());
+    OrvaSmartPointer<Counted> c(a);
+    EXPECT_EQ(3, second->refCount());
+    EXPECT_TRUE(a == c && a == second && empty == nullptr);
+    EXPECT_FALSE(a == empty || a == nullptr || empty == second);
+    EXPECT_FALSE(a < c || c < a || a < empty || empty < a); // no order at all
+
+    OrvaSmartPointer<Counted>& alias = a;
+    a = alias;
+    a = c;
+    a = static_cast<Counted*>(c);
+    EXPECT_EQ(3, second->refCount());
 
     Counted* raw = a.getOwnership();
     EXPECT_EQ(nullptr, static_cast<Counted*>(a));
     b = nullptr;
+    c = nullptr;
     EXPECT_EQ(1, deaths); // the reference taken over keeps it alive
     EXPECT_EQ(1, raw->refCount());
-    raw->release();
-    EXPECT_EQ(2, deaths);
+    {
+        OrvaSmartPointer<Counted> last(raw);
+        raw->release();
+    }
+    EXPECT_EQ(2, deaths); // the last pointer's destructor deletes
 }
 
-TEST(OrvaObjectBase, ClassNamesFollowTheNameScheme)
+TEST(OrvaObjectBaseTest, ClassNamesFollowTheNameSchemeOfTheDynamicType)
 {
     // A mangled name, and what normalizeClassName makes of it.
     const char* const cases[][2] = {
@@ -125,10 +121,8 @@ TEST(OrvaObjectBase, ClassNamesFollowTheNameScheme)
 
     EXPECT_THROW(OrvaObjectBase::normalizeClassName(""), std::out_of_range);
     EXPECT_THROW(OrvaObjectBase::normalizeClassName("Q29Short"), std::out_of_range);
-}
 
-TEST(OrvaObjectBase, GetClassNameAndIsAUseTheDynamicType)
-{
+    // getClassName and isA take the dynamic type.
     LockImplementation lock;
     EXPECT_EQ("LockImplementation", lock.getClassName());
     EXPECT_TRUE(lock.isA("LockImplementation"));
@@ -143,28 +137,4 @@ TEST(OrvaObjectBase, GetClassNameAndIsAUseTheDynamicType)
 
     OrvaObjectBase root;
     EXPECT_EQ("OrvaSupport14OrvaObjectBaseE", root.getClassName());
-}
-
-TEST(OrvaObjectBase, LastReleaseRunsTheDestructorOutsideTheGlobalSection)
-{
-    struct Probe : OrvaObjectBase
-    {
-        explicit Probe(bool* result) : m_pResult(result) {}
-        ~Probe() override
-        {
-            // Another thread must be able to take the global section now.
-            std::thread(
-                [this]
-                {
-                    if ((*m_pResult = g_pCriticalSection->testAndSet()))
-                        g_pCriticalSection->unlock();
-                })
-                .join();
-        }
-        bool* m_pResult;
-    };
-    bool otherGotSection = false;
-    OrvaSmartPointer<Probe> p(new Probe(&otherGotSection));
-    p = nullptr;
-    EXPECT_TRUE(otherGotSection);
 }

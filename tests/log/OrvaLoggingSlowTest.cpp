@@ -3,13 +3,11 @@
 #include <ovkit/OrvaThread.h>
 
 #include "support/LogTestHelpers.h"
+#include "support/Processes.h"
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <atomic>
-#include <chrono>
 
 using namespace OrvaSupport;
 
@@ -37,21 +35,17 @@ struct RecordOwner : OrvaThread
 
 // A cancelled thread's record stays open until the watchdog, a minute later,
 // finds the lock free and writes it out; at level 9 its note follows.
-TEST(OrvaLoggingSlow, WatchdogWritesOutRecordOfCancelledOwner)
+TEST(OrvaLoggingSlowTest, WatchdogWritesOutRecordOfCancelledOwner)
 {
-    LogTest::FileLog f(9);
+    ovkit_test::FileLog f(9);
     OrvaLogging::setInstance(f.log);
     RecordOwner owner(f.log);
     owner.start();
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(150);
-    while (!owner.m_bInRecord && std::chrono::steady_clock::now() < deadline)
-        usleep(10 * 1000);
-    ASSERT_TRUE(owner.m_bInRecord);
+    ASSERT_TRUE(ovkit_test::waitFor([&] { return owner.m_bInRecord.load(); }));
     owner.kill(); // cancellation gives the log lock back; the record stays open
     EXPECT_TRUE(f.lines().empty());
 
-    while (f.lines().size() < 2 && std::chrono::steady_clock::now() < deadline)
-        usleep(100 * 1000);
+    ASSERT_TRUE(ovkit_test::waitFor([&] { return f.lines().size() >= 2; }, 150));
     ASSERT_EQ(2u, f.lines().size());
     EXPECT_NE(std::string::npos, f.lines()[0].find(" 4 owner      [")) << f.lines()[0];
     f.log << "after" << endrecord; // the log is free for everyone again

@@ -1,6 +1,6 @@
 #include <ovkit/OrvaObjectFactory.h>
 
-#include "support/StressTestHelpers.h"
+#include "support/Processes.h"
 
 #include <gtest/gtest.h>
 

@@ -7,16 +7,13 @@
 
 #include "support/ScratchDir.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
 
-namespace LogTest
+namespace ovkit_test
 {
-
-using ovkit_test::ScratchDir;
 
 /// Seeds rand() with `seed` and returns the number that the next opened log file will draw.
 inline int seedAndPeek(unsigned int seed)
@@ -54,6 +51,6 @@ struct FileLog
     OrvaSupport::OrvaLogging log;
 };
 
-} // namespace LogTest
+} // namespace ovkit_test
 
 #endif // OVKIT_TESTS_SUPPORT_LOGTESTHELPERS_H

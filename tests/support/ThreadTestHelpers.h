@@ -1,40 +1,22 @@
-// Helpers for the tests of threads, events and timers. The pollers use plain
-// system calls and no heap, because a timer signal may land on the polling
-// thread and its handler allocates.
+// Helpers for the tests of threads, events and timers, and the kill loop of
+// the stress tests.
 #ifndef OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
 #define OVKIT_TESTS_SUPPORT_THREADTESTHELPERS_H
 
 #include <ovkit/OrvaThread.h>
 
+#include "support/Processes.h"
+
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
 #include <functional>
+#include <string>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <thread>
-#include <unistd.h>
 
 namespace ovkit_test
 {
-
-/// Polls `condition` every millisecond until it holds or 20 seconds have passed.
-template <class Condition>
-bool waitUntil(Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        usleep(1000);
-    }
-    return true;
-}
 
 /// A thread that runs `body` once; its destructor joins it.
 class BodyThread
@@ -45,30 +27,18 @@ public:
         : m_oThread(
               [this, body]
               {
-                  m_nTid = static_cast<pid_t>(syscall(SYS_gettid));
+                  m_nTid = currentTid();
                   body();
               })
     {
     }
     ~BodyThread() { m_oThread.join(); }
 
-    /// Waits until the thread sleeps in the kernel (state S in its stat
-    /// line), as one blocked on a condition variable or a mutex does.
+    /// Waits until the thread sleeps in the kernel, as one blocked on a
+    /// condition variable or a mutex does.
     bool sleeping()
     {
-        return waitUntil(
-            [this]
-            {
-                char path[64], line[512];
-                snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(m_nTid));
-                const int fd = m_nTid ? open(path, O_RDONLY) : -1;
-                const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
-                if (fd >= 0)
-                    close(fd);
-                line[length > 0 ? length : 0] = '\0';
-                const char* name = strrchr(line, ')'); // the state follows the name
-                return name && name[1] == ' ' && name[2] == 'S';
-            });
+        return waitFor([this] { return m_nTid && taskState(m_nTid) == 'S'; });
     }
 
 private:
@@ -103,12 +73,76 @@ inline bool settleLibraryThreads()
     itimerval off = {};
     setitimer(ITIMER_REAL, &off, nullptr);
     raise(SIGALRM);
-    return waitUntil(
+    return waitFor(
         []
         {
             struct stat tasks; // the directory has two links and one per thread
             return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= 3 && exitListEmpty();
         });
+}
+
+/// The kernel id of killLoop's current victim and its rounds so far. A victim
+/// touches nothing of its object once it is going, for the object of an
+/// abandoned thread may be deleted before the thread is cancelled.
+inline std::atomic<pid_t> g_nVictimTid{0};
+inline std::atomic<long> g_nVictimRounds{0};
+
+/// Runs `step` over and over until it is killed. The step is owned by the
+/// kill loop, which outlives the victim: run() keeps nothing with a destructor
+/// in its frame, for a cancellation that lands between the calls of a frame
+/// with objects to destroy ends the process (see OrvaThread.h).
+template <class Step>
+struct Victim : OrvaSupport::OrvaThread
+{
+    explicit Victim(const Step& step) : m_pStep(&step) {}
+    int run() override
+    {
+        const Step* step = m_pStep;
+        g_nVictimTid = currentTid();
+        for (;;)
+        {
+            (*step)();
+            g_nVictimRounds.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    const Step* m_pStep;
+};
+
+/// Kills up to 500 victims running `step`, by kill() and by an abandoning
+/// delete in turn, for at most six seconds, each once `ready(i)` holds (by
+/// default, after a few rounds). Once a victim is gone, `check(i)` must find
+/// everything it used in order; it returns a failure text, empty when all is
+/// well.
+template <class Step, class Check, class Ready>
+std::string killLoop(const Step& step, Check check, Ready ready)
+{
+    const auto stop = std::chrono::steady_clock::now() + std::chrono::seconds(6);
+    for (int i = 0; i < 500 && std::chrono::steady_clock::now() < stop; ++i)
+    {
+        g_nVictimTid = 0;
+        g_nVictimRounds = 0;
+        auto* victim = new Victim<Step>(step);
+        victim->start();
+        if (!waitFor([&] { return ready(i); }, 10))
+            return "kill " + std::to_string(i) + ": the victim did not get going";
+        if (i % 2)
+            victim->kill();
+        else
+            victim->setMarkForKill();
+        delete victim;
+        if (!threadGone(g_nVictimTid))
+            return "kill " + std::to_string(i) + ": the victim survived";
+        const std::string failure = check(i);
+        if (!failure.empty())
+            return "kill " + std::to_string(i) + ": " + failure;
+    }
+    return "";
+}
+
+template <class Step, class Check>
+std::string killLoop(const Step& step, Check check)
+{
+    return killLoop(step, check, [](int i) { return g_nVictimRounds > i % 23; });
 }
 
 } // namespace ovkit_test

@@ -1,7 +1,7 @@
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaThread.h>
 
-#include "support/StressTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -10,64 +10,36 @@
 using namespace OrvaSupport;
 using ovkit_test::runInChild;
 
-namespace
-{
-
-// Shared with the blocked threads, which must not touch their objects: an
-// abandoned thread's object may be gone before the thread is.
-OrvaCriticalSectionObject g_oBusy;
-std::atomic<pid_t> g_nBlockedTid{0};
-std::atomic<int> g_nGotThrough{0};
-
-struct BlockedThread : OrvaThread
-{
-    int run() override
-    {
-        g_nBlockedTid = ovkit_test::currentTid();
-        g_oBusy.lock();
-        ++g_nGotThrough;
-        g_oBusy.unlock();
-        return 0;
-    }
-};
-
-} // namespace
-
 TEST(OrvaCriticalSectionStressTest, ThreadKilledWhileWaitingForALockDiesWithoutIt)
 {
-    auto killWaiters = []() -> std::string
+    auto killWaiters = []
     {
-        g_oBusy.lock();
-        g_oBusy.lock();
-        for (int round = 0; round < 20; ++round)
+        // Static, so that no victim refers to a frame: the lock outlives them all.
+        static OrvaCriticalSectionObject s_busy;
+        static std::atomic<int> s_nGotThrough{0};
+        s_busy.lock();
+        s_busy.lock();
+        auto step = []
         {
-            const std::string at = " (round " + std::to_string(round) + ")";
-            g_nBlockedTid = 0;
-            auto* thread = new BlockedThread;
-            thread->start();
-            if (!ovkit_test::waitFor(10, [] { return ovkit_test::taskState(g_nBlockedTid) == 'S'; }))
-                return "the thread never blocked in lock()" + at;
-            if (round % 2)
-                thread->kill();
-            else
-                thread->setMarkForKill();
-            delete thread;
-            if (!ovkit_test::threadGone(g_nBlockedTid))
-                return "a thread blocked in lock() survived its kill" + at;
-            if (g_nGotThrough != 0)
-                return "a killed thread got the lock" + at;
-            if (g_oBusy.lockCount() != 2)
-                return "the holder's depth changed to " + std::to_string(g_oBusy.lockCount()) + at;
+            s_busy.lock();
+            ++s_nGotThrough;
+            s_busy.unlock();
+        };
+        auto blocked = [](int) { return ovkit_test::taskState(ovkit_test::g_nVictimTid) == 'S'; };
+        auto check = [](int) -> std::string
+        {
             bool taken = true;
-            std::thread([&] { taken = g_oBusy.testAndSet(); }).join();
-            if (taken)
-                return "the lock came free for another thread" + at;
-        }
-        g_oBusy.unlock();
-        g_oBusy.unlock();
-        if (!g_oBusy.testAndSet())
-            return "the lock stayed held after its holder let go";
-        return g_nGotThrough == 0 ? "" : "a killed thread came back for the lock";
+            std::thread([&] { taken = s_busy.testAndSet(); }).join();
+            if (s_nGotThrough != 0 || taken || s_busy.lockCount() != 2)
+                return "the lock changed hands (depth " + std::to_string(s_busy.lockCount()) + ")";
+            return "";
+        };
+        std::string failure = ovkit_test::killLoop(step, check, blocked);
+        s_busy.unlock();
+        s_busy.unlock();
+        if (failure.empty() && !s_busy.testAndSet())
+            failure = "the lock stayed held after its holder let go";
+        return failure.empty() && s_nGotThrough != 0 ? "a killed thread came back for the lock" : failure;
     };
     EXPECT_TRUE(runInChild(30, killWaiters));
 }
@@ -76,18 +48,16 @@ TEST(OrvaCriticalSectionStressTest, LockOfAThreadThatEndedStaysHeldForANewThread
 {
     // A thread created after the holder was joined takes, as a rule, the
     // holder's stack and so its thread id: it must not pass for the owner.
-    int taken = 0;
-    // Held for ever, so never destroyed (a lock is only given back by its
-    // owner); kept reachable so that no leak is reported.
+    // The locks stay held for ever, so they are never destroyed, and
+    // reachable, so that no leak is reported.
     static OrvaCriticalSectionObject* s_locks[10];
-    for (int round = 0; round < 10; ++round)
+    for (OrvaCriticalSectionObject*& lock : s_locks)
     {
-        OrvaCriticalSectionObject* lock = s_locks[round] = new OrvaCriticalSectionObject;
+        lock = new OrvaCriticalSectionObject;
         std::thread([lock] { lock->lock(); }).join();
         bool newcomerTookIt = true;
         std::thread([&] { newcomerTookIt = lock->testAndSet(); }).join();
-        if (newcomerTookIt || lock->lockCount() != 1 || lock->testAndSet())
-            ++taken;
+        EXPECT_FALSE(newcomerTookIt || lock->lockCount() != 1 || lock->testAndSet())
+            << "lock " << &lock - s_locks << " was taken from its ended holder";
     }
-    EXPECT_EQ(taken, 0) << "locks of 10 that a later thread took from an ended holder";
 }

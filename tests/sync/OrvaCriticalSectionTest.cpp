@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -29,30 +26,40 @@ std::vector<int> heldDepths()
 bool tryFromOtherThread(OrvaCriticalSectionObject& lock)
 {
     bool taken = false;
-    std::thread other(
+    std::thread(
         [&]
         {
-            taken = lock.testAndSet();
-            if (taken)
+            if ((taken = lock.testAndSet()))
                 lock.unlock();
-        });
-    other.join();
+        })
+        .join();
     return taken;
 }
 
 } // namespace
 
-TEST(OrvaCriticalSection, RecursionAndUnwind)
+TEST(OrvaCriticalSectionTest, OwnerCountsLevelsAndOnlyTheOwnerGivesThemBack)
 {
     OrvaCriticalSectionObject lock;
+    EXPECT_TRUE(lock.testAndSet());
     lock.lock();
     lock.lock();
     lock.unlock();
-    EXPECT_EQ(1, lock.lockCount());
+    EXPECT_EQ(2, lock.lockCount());
+    std::thread(
+        [&]
+        {
+            EXPECT_FALSE(lock.testAndSet());
+            lock.unlock(); // not the owner: ignored
+        })
+        .join();
+    EXPECT_EQ(2, lock.lockCount());
+    lock.unlock();
     EXPECT_FALSE(tryFromOtherThread(lock));
     lock.unlock();
-    EXPECT_EQ(0, lock.lockCount());
     EXPECT_TRUE(tryFromOtherThread(lock));
+    lock.unlock(); // free: ignored
+    EXPECT_EQ(0, lock.lockCount());
 
     lock.lock();
     lock.lock();
@@ -62,36 +69,23 @@ TEST(OrvaCriticalSection, RecursionAndUnwind)
     EXPECT_TRUE(heldDepths().empty());
     EXPECT_TRUE(tryFromOtherThread(lock));
     lock.unwind(); // free: nothing happens
-    EXPECT_EQ(0, lock.lockCount());
+    OrvaCriticalSectionObject unopened;
+    unopened.unlock();
+    EXPECT_TRUE(tryFromOtherThread(unopened));
+
+    OrvaMutexObject mutex;
+    {
+        OrvaCriticalSection guard(mutex, true);
+        OrvaCriticalSection inner(mutex, true);
+        inner.unlock();
+        inner.unlock(); // a second early unlock does nothing
+        EXPECT_EQ(1, mutex.lockCount());
+        EXPECT_FALSE(tryFromOtherThread(mutex));
+    }
+    EXPECT_TRUE(tryFromOtherThread(mutex));
 }
 
-TEST(OrvaCriticalSection, TestAndSetAndForeignUnlock)
-{
-    OrvaCriticalSectionObject lock;
-    EXPECT_TRUE(lock.testAndSet());
-    EXPECT_TRUE(lock.testAndSet());
-    EXPECT_EQ(2, lock.lockCount());
-
-    std::thread other(
-        [&]
-        {
-            EXPECT_FALSE(lock.testAndSet());
-            lock.unlock(); // not the owner: ignored
-            EXPECT_EQ(2, lock.lockCount());
-        });
-    other.join();
-    EXPECT_EQ(2, lock.lockCount());
-    lock.unwind();
-
-    OrvaCriticalSectionObject freeLock;
-    std::thread stranger([&] { freeLock.unlock(); });
-    stranger.join();
-    freeLock.unlock();
-    EXPECT_EQ(0, freeLock.lockCount());
-    EXPECT_TRUE(tryFromOtherThread(freeLock));
-}
-
-TEST(OrvaCriticalSection, HeldListSurvivesOutOfOrderRelease)
+TEST(OrvaCriticalSectionTest, HeldListSurvivesOutOfOrderReleaseAndRecovery)
 {
     OrvaCriticalSectionObject a, b, c;
     a.lock();
@@ -108,12 +102,18 @@ TEST(OrvaCriticalSection, HeldListSurvivesOutOfOrderRelease)
     EXPECT_EQ((std::vector<int>{2}), heldDepths());
     a.lock();
     EXPECT_EQ((std::vector<int>{1, 2}), heldDepths());
-    b.unwind();
-    a.unlock();
+
+    // The clean-up routine gives back every level of every lock held.
+    c.lock();
+    OrvaCriticalSectionRecoverFn(nullptr);
+    EXPECT_TRUE(heldDepths().empty());
+    for (OrvaCriticalSectionObject* lock : {&a, &b, &c})
+        EXPECT_TRUE(lock->lockCount() == 0 && tryFromOtherThread(*lock));
+    OrvaCriticalSectionRecoverFn(nullptr); // holds nothing: nothing happens
     EXPECT_TRUE(heldDepths().empty());
 }
 
-TEST(OrvaCriticalSection, CopiesShareOnlyAnOpenedLock)
+TEST(OrvaCriticalSectionTest, CopiesShareOnlyAnOpenedLockWhichDiesReleasedWithItsLastHandle)
 {
     OrvaCriticalSectionObject unopened;
     OrvaCriticalSectionObject independent(unopened);
@@ -138,20 +138,15 @@ TEST(OrvaCriticalSection, CopiesShareOnlyAnOpenedLock)
     unopened.unwind();
     EXPECT_EQ(0, shared.lockCount());
     EXPECT_TRUE(tryFromOtherThread(assigned));
-}
 
-TEST(OrvaCriticalSection, LastHandleReleasesAHeldLockBeforeDying)
-{
     {
-        OrvaCriticalSectionObject lock;
-        lock.lock();
-        lock.lock();
+        OrvaCriticalSectionObject dying;
+        dying.lock();
+        dying.lock();
         EXPECT_EQ((std::vector<int>{2}), heldDepths());
     }
     EXPECT_TRUE(heldDepths().empty());
-
-    // A copy keeps the lock alive, held, after the first handle dies.
-    auto* first = new OrvaCriticalSectionObject;
+    auto* first = new OrvaCriticalSectionObject; // a copy keeps the lock alive, held
     first->lock();
     OrvaCriticalSectionObject survivor(*first);
     delete first;
@@ -160,21 +155,7 @@ TEST(OrvaCriticalSection, LastHandleReleasesAHeldLockBeforeDying)
     EXPECT_TRUE(heldDepths().empty());
 }
 
-TEST(OrvaCriticalSection, GuardGivesBackItsLevelEarlyOrAtScopeEnd)
-{
-    OrvaMutexObject lock;
-    {
-        OrvaCriticalSection guard(lock, true);
-        OrvaCriticalSection inner(lock, true);
-        inner.unlock();
-        inner.unlock(); // a second early unlock does nothing
-        EXPECT_EQ(1, lock.lockCount());
-        EXPECT_FALSE(tryFromOtherThread(lock));
-    }
-    EXPECT_TRUE(tryFromOtherThread(lock));
-}
-
-TEST(OrvaCriticalSection, ExcludesOtherThreads)
+TEST(OrvaCriticalSectionTest, ExcludesOtherThreads)
 {
     static OrvaCriticalSectionObject s_lock; // zero-filled static: opened on first use
     long counter = 0;
@@ -193,65 +174,4 @@ TEST(OrvaCriticalSection, ExcludesOtherThreads)
     t2.join();
     t3.join();
     EXPECT_EQ(60000, counter);
-}
-
-namespace
-{
-
-struct CancelScene
-{
-    OrvaCriticalSectionObject a, b, c;
-    std::atomic<bool> holding{false};
-};
-
-void* holdAndSpin(void* argument)
-{
-    auto* scene = static_cast<CancelScene*>(argument);
-    pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
-    pthread_cleanup_push(OrvaCriticalSectionRecoverFn, nullptr);
-    scene->a.lock();
-    scene->b.lock();
-    scene->b.lock();
-    scene->c.lock();
-    scene->holding = true;
-    for (;;)
-        pause(); // cancelled inside a call, as a blocked thread would be
-    pthread_cleanup_pop(0);
-    return nullptr;
-}
-
-} // namespace
-
-TEST(OrvaCriticalSection, CancelledThreadGivesBackEveryLock)
-{
-    CancelScene scene;
-    scene.a.init();
-    scene.b.init();
-    scene.c.init();
-    pthread_t victim;
-    ASSERT_EQ(0, pthread_create(&victim, nullptr, holdAndSpin, &scene));
-    while (!scene.holding)
-        std::this_thread::yield();
-
-    std::atomic<int> proceeded{0};
-    std::thread waiter(
-        [&]
-        {
-            for (OrvaCriticalSectionObject* lock : {&scene.a, &scene.b, &scene.c})
-            {
-                OrvaCriticalSection guard(*lock, true);
-                ++proceeded;
-            }
-        });
-    pthread_cancel(victim);
-    pthread_join(victim, nullptr);
-    waiter.join();
-
-    EXPECT_EQ(3, proceeded);
-    EXPECT_EQ(0, scene.a.lockCount());
-    EXPECT_EQ(0, scene.b.lockCount());
-    EXPECT_EQ(0, scene.c.lockCount());
-
-    OrvaCriticalSectionRecoverFn(nullptr); // holds nothing: nothing happens
-    EXPECT_TRUE(heldDepths().empty());
 }

@@ -47,7 +47,7 @@ TEST(OrvaEventTest, SetWakesOnlyThoseWaitingAndTellsTheDependentsFirst)
         });
     event.addDependent(witness);
     event.set(); // one set releases both
-    ASSERT_TRUE(ovkit_test::waitUntil([&] { return woken == 2; }));
+    ASSERT_TRUE(ovkit_test::waitFor([&] { return woken == 2; }));
     EXPECT_EQ(results, 2);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(id, 1);

@@ -43,7 +43,7 @@ struct TraceLog
         seen += lines.size();
         return lines;
     }
-    LogTest::FileLog file;
+    ovkit_test::FileLog file;
     std::size_t seen = 0;
 };
 

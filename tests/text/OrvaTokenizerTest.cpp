@@ -16,12 +16,18 @@ namespace
 {
 
 typedef std::vector<std::string> Words;
+typedef std::pair<const char*, Words> WordsCase;
 
-struct WordsCase
+Words tokenized(const std::string& line)
 {
-    const char* line;
+    OrvaCmdLineTokenizer<std::string> tokenizer(line);
+    tokenizer.Init('\0');
     Words words;
-};
+    while (tokenizer.hasMoreTokens())
+        words.push_back(tokenizer.next());
+    EXPECT_EQ(tokenizer.next(), "") << line; // used up
+    return words;
+}
 
 } // namespace
 
@@ -69,9 +75,10 @@ TEST(OrvaTokenizerTest, ExtractFirstString)
     EXPECT_EQ(line, " second");
 }
 
-TEST(OrvaTokenizerTest, ParseCommandLine)
+TEST(OrvaTokenizerTest, CommandLinesCutAtBlanksAndQuotes)
 {
-    const WordsCase cases[] = {
+    // OrvaParseCommandLine: blanks separate, tabs do not; double quotes protect.
+    const WordsCase parsed[] = {
         {"prog \"a b\" c", {"prog", "a b", "c"}},
         {"prog a\"b c\"d e", {"prog", "ab cd", "e"}},
         {"prog \"a b", {"prog", "a b"}},
@@ -80,23 +87,20 @@ TEST(OrvaTokenizerTest, ParseCommandLine)
         {"\"a\tb\"  \"\"  c", {"a\tb", "c"}},
         {"\"ab\"\"cd\"", {"b\"cd"}},
         {"a\" \"\" \"b", {"a  b"}},
+        {"   ", {}},
     };
-    for (const WordsCase& c : cases)
+    for (const WordsCase& c : parsed)
     {
-        Words words;
-        OrvaParseCommandLine(c.line, words);
-        EXPECT_EQ(words, c.words) << c.line;
+        Words words{"stale"};
+        OrvaParseCommandLine(c.first, words);
+        EXPECT_EQ(words, c.second) << c.first;
     }
     Words kept{"kept"};
-    OrvaParseCommandLine("", kept);
+    OrvaParseCommandLine("", kept); // an empty line changes nothing
     EXPECT_EQ(kept, (Words{"kept"}));
-    OrvaParseCommandLine("   ", kept);
-    EXPECT_TRUE(kept.empty());
-}
 
-TEST(OrvaTokenizerTest, CmdLineTokenizer)
-{
-    const WordsCase cases[] = {
+    // OrvaCmdLineTokenizer: blanks and tabs separate; either quote protects.
+    const WordsCase tokens[] = {
         {"a 'b c' d", {"a", "b c", "d"}},
         {"a 'bc'", {"a", "'bc'"}},                          // no delimiter left: kept as it stands
         {"'it''s' x", {"it's", "x"}},                       // a doubled quote inside quotes
@@ -107,16 +111,8 @@ TEST(OrvaTokenizerTest, CmdLineTokenizer)
         {"'open x", {"open x"}},
         {"", {""}},
     };
-    for (const WordsCase& c : cases)
-    {
-        OrvaCmdLineTokenizer<std::string> tokenizer(c.line);
-        tokenizer.Init('\0');
-        Words words;
-        while (tokenizer.hasMoreTokens())
-            words.push_back(tokenizer.next());
-        EXPECT_EQ(words, c.words) << c.line;
-        EXPECT_EQ(tokenizer.next(), "");
-    }
+    for (const WordsCase& c : tokens)
+        EXPECT_EQ(tokenized(c.first), c.second) << c.first;
 }
 
 TEST(OrvaTokenizerTest, ExpandFromPropertiesThenEnvironment)

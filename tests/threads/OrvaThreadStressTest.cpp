@@ -4,73 +4,18 @@
 #include <ovkit/OrvaThread.h>
 
 #include "support/LogTestHelpers.h"
-#include "support/StressTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 
 using namespace OrvaSupport;
+using ovkit_test::killLoop;
 using ovkit_test::runInChild;
 
 namespace
 {
-
-// The victim's kernel id and its rounds so far. A victim touches nothing of
-// its object once it is going, for the object of an abandoned thread may be
-// deleted before the thread is cancelled.
-std::atomic<pid_t> g_nVictimTid{0};
-std::atomic<long> g_nVictimRounds{0};
-
-// Runs `step` over and over until it is killed. The step is owned by the
-// kill loop, which outlives the victim: run() keeps nothing with a destructor
-// in its frame, for a cancellation that lands between the calls of a frame
-// with objects to destroy ends the process (see OrvaThread.h).
-template <class Step>
-struct Victim : OrvaThread
-{
-    explicit Victim(const Step& step) : m_pStep(&step) {}
-    int run() override
-    {
-        const Step* step = m_pStep;
-        g_nVictimTid = ovkit_test::currentTid();
-        for (;;)
-        {
-            (*step)();
-            g_nVictimRounds.fetch_add(1, std::memory_order_relaxed);
-        }
-    }
-    const Step* m_pStep;
-};
-
-// Kills up to `kills` victims running `step`, each after a few rounds, by
-// kill() and by an abandoning delete in turn, for at most six seconds. Once a
-// victim is gone, `check(i)` must find everything it used in order; it
-// returns a failure text, empty when all is well.
-template <class Step, class Check>
-std::string killLoop(const Step& step, Check check, int kills = 500)
-{
-    const auto stop = std::chrono::steady_clock::now() + std::chrono::seconds(6);
-    for (int i = 0; i < kills && std::chrono::steady_clock::now() < stop; ++i)
-    {
-        g_nVictimRounds = 0;
-        auto* victim = new Victim<Step>(step);
-        victim->start();
-        if (!ovkit_test::waitFor(10, [i] { return g_nVictimRounds > i % 23; }))
-            return "kill " + std::to_string(i) + ": the victim did not get going";
-        if (i % 2)
-            victim->kill();
-        else
-            victim->setMarkForKill();
-        delete victim;
-        if (!ovkit_test::threadGone(g_nVictimTid))
-            return "kill " + std::to_string(i) + ": the victim survived";
-        const std::string failure = check(i);
-        if (!failure.empty())
-            return "kill " + std::to_string(i) + ": " + failure;
-    }
-    return "";
-}
 
 // A fresh level of `lock` for this thread, given back at once.
 std::string takeFreeLock(OrvaCriticalSectionObject& lock, const char* name)
@@ -89,7 +34,7 @@ long virtualSize()
     return pages * sysconf(_SC_PAGESIZE);
 }
 
-OrvaCriticalSectionObject g_oShared;
+OrvaCriticalSectionObject s_oShared;
 
 } // namespace
 
@@ -97,11 +42,11 @@ TEST(OrvaThreadStressTest, KilledLockUsersLeaveTheLockFree)
 {
     auto lockAndUnlock = []
     {
-        g_oShared.lock();
-        g_oShared.unlock();
+        s_oShared.lock();
+        s_oShared.unlock();
     };
-    auto guarded = [] { OrvaCriticalSection guard(g_oShared, true); };
-    auto lockFree = [](int) { return takeFreeLock(g_oShared, "the lock"); };
+    auto guarded = [] { OrvaCriticalSection guard(s_oShared, true); };
+    auto lockFree = [](int) { return takeFreeLock(s_oShared, "the lock"); };
     EXPECT_TRUE(runInChild(30, [&] { return killLoop(lockAndUnlock, lockFree); }));
     EXPECT_TRUE(runInChild(30, [&] { return killLoop(guarded, lockFree); }));
 }
@@ -179,7 +124,7 @@ TEST(OrvaThreadStressTest, KilledPropertyWriterLeavesTheTableUsable)
 
 TEST(OrvaThreadStressTest, KilledLogWriterLeavesTheLogWorking)
 {
-    LogTest::FileLog file(9); // made here, so that its directory goes even when the child dies
+    ovkit_test::FileLog file(9); // made here, so that its directory goes even when the child dies
     auto records = [&]
     {
         OrvaLogging::setInstance(file.log);
@@ -213,9 +158,14 @@ TEST(OrvaThreadStressTest, KilledLogWriterLeavesTheLogWorking)
 
 TEST(OrvaThreadStressTest, EndedThreadsDoNotKeepTheirStacks)
 {
+    static std::atomic<pid_t> s_nQuickTid{0};
     struct Quick : OrvaThread
     {
-        int run() override { return 7; }
+        int run() override
+        {
+            s_nQuickTid = ovkit_test::currentTid();
+            return 7;
+        }
     };
     // A thread that is never joined keeps its stack mapping, 8 MB by default.
     const long limit = 400L << 20;
@@ -224,17 +174,14 @@ TEST(OrvaThreadStressTest, EndedThreadsDoNotKeepTheirStacks)
     {
         Quick thread;
         thread.start();
-        // The work has returned before the owner waits.
-        ASSERT_TRUE(ovkit_test::waitFor(10, [&] { return thread.getExitCode() == 7; }));
-        usleep(100);
+        // The thread has left before its owner waits.
+        ASSERT_TRUE(ovkit_test::waitFor([&] { return thread.getExitCode() == 7; }, 10));
+        ASSERT_TRUE(ovkit_test::threadGone(s_nQuickTid));
     }
     EXPECT_LT(virtualSize() - before, limit) << "threads that ended before their owner waited";
 
     before = virtualSize();
     for (int i = 0; i < 300; ++i)
-    {
-        Quick thread;
-        thread.start();
-    }
+        Quick().start();
     EXPECT_LT(virtualSize() - before, limit) << "threads destroyed right after start()";
 }

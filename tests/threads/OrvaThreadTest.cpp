@@ -13,27 +13,27 @@
 
 using namespace OrvaSupport;
 using ovkit_test::settleLibraryThreads;
-using ovkit_test::waitUntil;
+using ovkit_test::waitFor;
 
 namespace
 {
 
 // Which work ran: 1 own run(), 2 own run(work), 3 and 4 the runnable's; modes
 // 5 to 7 throw instead (a standard exception, an OrvaException, an int).
-std::atomic<int> g_nMode{0};
-OrvaWorkInformation* g_pSeenWork = nullptr;
-std::atomic<unsigned long> g_nWorkerId{0};
-std::atomic<int> g_nDestroyed{0};
+std::atomic<int> s_nMode{0};
+OrvaWorkInformation* s_pSeenWork = nullptr;
+std::atomic<unsigned long> s_nWorkerId{0};
+std::atomic<int> s_nDestroyed{0};
 
 int work(int which, OrvaWorkInformation* info)
 {
-    g_pSeenWork = info;
-    g_nWorkerId = OrvaThread::getCurrentThreadId();
-    if (g_nMode == 5)
+    s_pSeenWork = info;
+    s_nWorkerId = OrvaThread::getCurrentThreadId();
+    if (s_nMode == 5)
         throw std::runtime_error("broken");
-    if (g_nMode == 6)
+    if (s_nMode == 6)
         throw OrvaException("broken", 5);
-    if (g_nMode == 7)
+    if (s_nMode == 7)
         throw 42;
     return which;
 }
@@ -41,7 +41,7 @@ int work(int which, OrvaWorkInformation* info)
 struct WorkThread : OrvaThread
 {
     using OrvaThread::OrvaThread;
-    ~WorkThread() override { ++g_nDestroyed; }
+    ~WorkThread() override { ++s_nDestroyed; }
     int run() override { return work(1, nullptr); }
     int run(OrvaWorkInformation& info) override { return work(2, &info); }
 };
@@ -54,20 +54,20 @@ struct WorkRunnable : OrvaThread::OrvaRunnable
 
 // Holds one lock once and another twice, and spins with no calls that could
 // fail and nothing to destroy, so that a cancellation may land anywhere.
-OrvaCriticalSectionObject g_oOuter, g_oInner;
-std::atomic<bool> g_bHolding{false};
-std::atomic<long> g_nSpins{0};
+OrvaCriticalSectionObject s_oOuter, s_oInner;
+std::atomic<bool> s_bHolding{false};
+std::atomic<long> s_nSpins{0};
 
 struct SpinningRunnable : OrvaThread::OrvaRunnable
 {
     int run() override
     {
-        g_oOuter.lock();
-        g_oInner.lock();
-        g_oInner.lock();
-        g_bHolding = true;
+        s_oOuter.lock();
+        s_oInner.lock();
+        s_oInner.lock();
+        s_bHolding = true;
         for (;;)
-            g_nSpins.fetch_add(1, std::memory_order_relaxed);
+            s_nSpins.fetch_add(1, std::memory_order_relaxed);
     }
 };
 
@@ -84,8 +84,8 @@ TEST(OrvaThreadTest, DispatchesTheWorkOnceAndReportsItsExitCode)
     for (const auto& [runnable, withInfo, mode, expected] : cases)
     {
         SCOPED_TRACE(testing::Message() << runnable << withInfo << mode);
-        g_nMode = mode;
-        g_pSeenWork = nullptr;
+        s_nMode = mode;
+        s_pSeenWork = nullptr;
         WorkThread thread = runnable ? WorkThread(new WorkRunnable, "w") : WorkThread("w");
         int calls = 0, code = -99;
         ovkit_test::CallDependent recorder(
@@ -105,7 +105,7 @@ TEST(OrvaThreadTest, DispatchesTheWorkOnceAndReportsItsExitCode)
         EXPECT_EQ(thread.waitForThreadExit(), 0);
         EXPECT_TRUE(thread.isAlive()); // the handle stays until the object lets go
         EXPECT_EQ(thread.getExitCode(), expected);
-        EXPECT_EQ(g_pSeenWork, withInfo ? static_cast<OrvaWorkInformation*>(info) : nullptr);
+        EXPECT_EQ(s_pSeenWork, withInfo ? static_cast<OrvaWorkInformation*>(info) : nullptr);
         EXPECT_EQ(calls, 1);
         EXPECT_EQ(code, expected);
         thread.removeDependent(recorder);
@@ -121,8 +121,8 @@ TEST(OrvaThreadTest, AbandonedThreadIsCancelledAndGivesBackEveryLevelOfItsLocks)
     OrvaThread* thread = new OrvaThread(runnable);
     thread->addDependent(recorder);
     thread->start();
-    ASSERT_TRUE(waitUntil([] { return g_bHolding.load(); }));
-    EXPECT_EQ(g_oInner.lockCount(), 2);
+    ASSERT_TRUE(waitFor([] { return s_bHolding.load(); }));
+    EXPECT_EQ(s_oInner.lockCount(), 2);
 
     // A second thread waits for the twice-held lock, then for the other: it
     // gets them only if the cancelled thread gave back every level.
@@ -131,8 +131,8 @@ TEST(OrvaThreadTest, AbandonedThreadIsCancelledAndGivesBackEveryLevelOfItsLocks)
         ovkit_test::BodyThread waiter(
             [&]
             {
-                OrvaCriticalSection inner(g_oInner, true);
-                OrvaCriticalSection outer(g_oOuter, true);
+                OrvaCriticalSection inner(s_oInner, true);
+                OrvaCriticalSection outer(s_oOuter, true);
                 proceeded = true;
             });
         ASSERT_TRUE(waiter.sleeping());
@@ -154,17 +154,17 @@ TEST(OrvaThreadTest, MarkedForDeathDeletesItselfAndIsJoined)
     sigaddset(&usr2, SIGUSR2);
     ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &usr2, &old), 0);
 
-    g_nMode = 0;
-    const int destroyed = g_nDestroyed;
+    s_nMode = 0;
+    const int destroyed = s_nDestroyed;
     WorkThread* thread = new WorkThread;
     thread->setMarkForDeath();
     thread->start();
-    ASSERT_TRUE(waitUntil([] { return !ovkit_test::exitListEmpty(); }));
-    EXPECT_EQ(g_nDestroyed, destroyed + 1); // before the id is left to be joined
+    ASSERT_TRUE(waitFor([] { return !ovkit_test::exitListEmpty(); }));
+    EXPECT_EQ(s_nDestroyed, destroyed + 1); // before the id is left to be joined
     {
         OrvaCriticalSection guard(g_exitThreadLock, true);
         ASSERT_EQ(g_vExitThreads.size(), 1u);
-        EXPECT_EQ(g_vExitThreads.front(), g_nWorkerId.load());
+        EXPECT_EQ(g_vExitThreads.front(), s_nWorkerId.load());
     }
     ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &old, nullptr), 0);
     EXPECT_TRUE(settleLibraryThreads()); // joined, and the list emptied
@@ -178,9 +178,7 @@ TEST(OrvaThreadTest, GroupWaitTracesTheTimeoutAndEachDeparture)
         ~GateThread() override { m_bOpen = true; }
         int run() override
         {
-            while (!m_bOpen)
-                usleep(1000);
-            return 0;
+            return waitFor([this] { return m_bOpen.load(); }) ? 0 : 1;
         }
         std::atomic<bool> m_bOpen{false};
     };

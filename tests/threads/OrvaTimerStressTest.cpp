@@ -1,6 +1,6 @@
 #include <ovkit/OrvaTimer.h>
 
-#include "support/StressTestHelpers.h"
+#include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -27,8 +27,7 @@ struct Counter : OrvaDependent
     std::atomic<int> fired{0};
 };
 
-// Allocates and frees blocks, strings and growing vectors of every size
-// until `until`.
+// Allocates and frees blocks, strings and growing vectors of every size until `until`.
 void churn(std::chrono::steady_clock::time_point until, unsigned seed)
 {
     std::minstd_rand random(seed);
@@ -51,7 +50,7 @@ bool timersStillFire()
     OrvaTimer probe(200, true);
     probe.addDependent(counter);
     probe.reset();
-    return waitFor(10, [&] { return counter.fired > 0; });
+    return waitFor([&] { return counter.fired > 0; }, 10);
 }
 
 } // namespace
@@ -62,24 +61,22 @@ TEST(OrvaTimerStressTest, TimersKeepFiringWhileThreadsAllocate)
     auto storm = []
     {
         Counter counters[4];
-        OrvaTimer half(500, false), odd(700, false), second(1000, false), longer(1, 500, false);
-        OrvaTimer* timers[4] = {&half, &odd, &second, &longer};
+        OrvaTimer timers[] = {{500, false}, {700, false}, {1000, false}, {1, 500, false}};
         for (int i = 0; i < 4; ++i)
         {
-            timers[i]->addDependent(counters[i]);
-            timers[i]->reset();
+            timers[i].addDependent(counters[i]);
+            timers[i].reset();
         }
         const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         std::thread helper(churn, until, 2u);
         churn(until, 1u);
         helper.join();
         // Below a second a timer fires after every scan; the others at least every other second.
-        const int least[4] = {3, 3, 2, 2};
         std::string failure;
         for (int i = 0; i < 4; ++i)
         {
-            timers[i]->stop();
-            if (counters[i].fired < least[i])
+            timers[i].stop();
+            if (counters[i].fired < (i < 2 ? 3 : 2))
                 failure +=
                     "timer " + std::to_string(i) + " fired " + std::to_string(counters[i].fired) + " times; ";
         }
@@ -106,7 +103,7 @@ TEST(OrvaTimerStressTest, TimerDeletedWhileItFires)
                 });
             timer->addDependent(deleter);
             timer->reset();
-            if (!waitFor(10, [&] { return deleted.load(); }))
+            if (!waitFor([&] { return deleted.load(); }, 10))
                 return "the dependent never finished deleting its timer" + at;
             if (!timersStillFire())
                 return "no timer fired after one was deleted by its dependent" + at;
@@ -130,11 +127,11 @@ TEST(OrvaTimerStressTest, TimerDeletedWhileItFires)
         timer->addDependent(blocked);
         lock.lock();
         timer->reset();
-        if (!waitFor(10, [&] { return ovkit_test::taskState(firing) == 'S'; }))
+        if (!waitFor([&] { return ovkit_test::taskState(firing) == 'S'; }, 10))
             return "the firing never blocked on the lock";
         delete timer; // while its firing waits for this thread's lock
         lock.unlock();
-        if (!waitFor(10, [&] { return through > 0; }))
+        if (!waitFor([&] { return through > 0; }, 10))
             return "the blocked dependent never got through";
         return timersStillFire() ? "" : "no timer fired after the deletion";
     };
@@ -159,7 +156,7 @@ TEST(OrvaTimerStressTest, ProcessLeavesCleanlyRightAfterAFiring)
         timer->reset();
         if (run % 3 == 1)
             return timer->wait(-1) == 0 ? "" : "the wait failed"; // a later firing wakes it
-        return waitFor(10, [&] { return counter->fired > 0; }) ? "" : "the timer never fired";
+        return waitFor([&] { return counter->fired > 0; }, 10) ? "" : "the timer never fired";
     };
     auto runner = [&](int first) -> std::string
     {
@@ -189,8 +186,8 @@ TEST(OrvaTimerStressTest, ProcessLeavesCleanlyRightAfterAFiring)
     }
     for (pid_t each : runners)
     {
-        int status = 0;
-        waitpid(each, &status, 0); // bounded: every child of a runner has a deadline
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a runner failed (see above)";
+        int status = 0; // every child of a runner has a deadline of its own, too
+        EXPECT_TRUE(ovkit_test::reapChild(each, 100, status) && WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "a runner failed (see above)";
     }
 }

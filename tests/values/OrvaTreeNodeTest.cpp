@@ -115,7 +115,7 @@ TEST(OrvaTreeNodeTest, PrintWritesOneIndentedRecordPerNodeAtLevelNineOnly)
     root->add(new OrvaTreeNode("c"));
     for (int level : {8, 9})
     {
-        LogTest::FileLog f(level);
+        ovkit_test::FileLog f(level);
         OrvaLogging::setInstance(f.log);
         root->print(1);
         std::vector<std::string> expected;

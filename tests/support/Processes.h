@@ -1,19 +1,73 @@
-// Helpers for the stress tests: a scenario run in a child process under a
+// Waiting with a deadline: on a condition, on the state of a task, and on the
+// end of a child process; and a scenario run in a child process under a
 // deadline, so that a deadlock or an abort fails the one test instead of
-// wedging or killing the test program, and probes of a thread by its kernel id.
-#ifndef OVKIT_TESTS_SUPPORT_STRESSTESTHELPERS_H
-#define OVKIT_TESTS_SUPPORT_STRESSTESTHELPERS_H
-
-#include "support/ThreadTestHelpers.h"
+// wedging or killing the test program.
+#ifndef OVKIT_TESTS_SUPPORT_PROCESSES_H
+#define OVKIT_TESTS_SUPPORT_PROCESSES_H
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <string>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace ovkit_test
 {
+
+/// Polls `condition` until it holds or `seconds` have passed: first every 100
+/// microseconds, then less often, down to every 5 milliseconds.
+template <class Condition>
+bool waitFor(Condition condition, int seconds = 20)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    for (useconds_t pause = 100; !condition(); pause = pause < 5000 ? pause * 2 : pause)
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        usleep(pause);
+    }
+    return true;
+}
+
+inline pid_t currentTid()
+{
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+/// The state letter of a thread of this process (R, S, Z, ...), or of the
+/// process `tid` when `ofThisProcess` is false; X once it is gone.
+inline char taskState(pid_t tid, bool ofThisProcess = true)
+{
+    char path[64], line[512];
+    snprintf(path, sizeof path, ofThisProcess ? "/proc/self/task/%d/stat" : "/proc/%d/stat",
+             static_cast<int>(tid));
+    const int fd = open(path, O_RDONLY);
+    const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
+    if (fd >= 0)
+        close(fd);
+    line[length > 0 ? length : 0] = '\0';
+    const char* name = strrchr(line, ')'); // the state follows the name
+    return name && name[1] == ' ' ? name[2] : 'X';
+}
+
+/// Reaps child `pid` into `status` within `seconds`; a child still running
+/// then is killed, reaped, and false returned.
+inline bool reapChild(pid_t pid, int seconds, int& status)
+{
+    pid_t done = 0;
+    if (waitFor([&] { return (done = waitpid(pid, &status, WNOHANG)) != 0; }, seconds))
+        return done == pid;
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    return false;
+}
 
 /// Set in a child that leaves through exit() from the middle of a test: the
 /// test framework's own objects are still alive then, which is no leak.
@@ -51,20 +105,12 @@ testing::AssertionResult runInChild(int seconds, Scenario scenario, bool viaExit
         _exit(0);
     }
     close(channel[1]);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     int status = 0;
-    pid_t done = 0;
-    while ((done = waitpid(child, &status, WNOHANG)) <= 0 && std::chrono::steady_clock::now() < deadline)
-        usleep(2000);
+    const bool ended = reapChild(child, seconds, status);
     char text[512] = {};
-    if (done <= 0)
-    {
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
-    }
     (void)!read(channel[0], text, sizeof text - 1);
     close(channel[0]);
-    if (done <= 0)
+    if (!ended)
         return testing::AssertionFailure()
                << "still running after " << seconds << " s (deadlocked?) " << text;
     if (WIFSIGNALED(status))
@@ -75,46 +121,13 @@ testing::AssertionResult runInChild(int seconds, Scenario scenario, bool viaExit
     return testing::AssertionSuccess();
 }
 
-inline pid_t currentTid()
-{
-    return static_cast<pid_t>(syscall(SYS_gettid));
-}
-
-/// The state letter of a thread of this process (R, S, ...); X once it is gone.
-inline char taskState(pid_t tid)
-{
-    char path[64], line[512];
-    snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(tid));
-    const int fd = open(path, O_RDONLY);
-    const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
-    if (fd >= 0)
-        close(fd);
-    line[length > 0 ? length : 0] = '\0';
-    const char* name = strrchr(line, ')'); // the state follows the name
-    return name && name[1] == ' ' ? name[2] : 'X';
-}
-
-/// Polls `condition` every 100 microseconds for at most `seconds`.
-template <class Condition>
-bool waitFor(int seconds, Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        usleep(100);
-    }
-    return true;
-}
-
 /// True once the thread has left the process, or at least its user code (a
 /// zombie), within five seconds.
 inline bool threadGone(pid_t tid)
 {
-    return waitFor(5, [tid] { return taskState(tid) == 'X' || taskState(tid) == 'Z'; });
+    return waitFor([tid] { return taskState(tid) == 'X' || taskState(tid) == 'Z'; }, 5);
 }
 
 } // namespace ovkit_test
 
-#endif // OVKIT_TESTS_SUPPORT_STRESSTESTHELPERS_H
+#endif // OVKIT_TESTS_SUPPORT_PROCESSES_H
