@@ -45,6 +45,9 @@
 //
 // A record left open for a minute is watched: if its thread was cancelled
 // (which gives back its locks), the watchdog writes out what was collected.
+// Until then, or if the kill came inside endrecord's own write, the collected
+// text stays in the record and comes out in front of the next record that any
+// thread writes.
 // A thread is not cancelled in the middle of a record: a kill that arrives
 // between the record's first step (`setloglevel` or the first accepted
 // insertion) and its `endrecord` takes effect in `endrecord`, or earlier at a
