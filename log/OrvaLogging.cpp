@@ -179,6 +179,16 @@ struct internal::LogFastPath
         return name.empty() && level != 0 && level > loadRelaxed(log.m_nLogLevel) && isAtRest(log);
     }
 
+    // A case-insensitive string goes in as the plain string of its width.
+    template <class Plain, class Text>
+    static OrvaLogging& insertAs(OrvaLogging& log, const Text& text)
+    {
+        if (isSilent(log))
+            return log;
+        internal::runShielded([&] { log << Plain(text.data(), text.size()); });
+        return log;
+    }
+
     // Keeps the count of named records as the log's name changes (under its lock).
     static void setName(OrvaLogging& log, const std::string& name)
     {
@@ -426,10 +436,7 @@ OrvaLogging& OrvaLogging::operator<<(const std::string& text)
 
 OrvaLogging& OrvaLogging::operator<<(const std::basic_string<char, char_traits_ci<char>>& text)
 {
-    if (LogFastPath::isSilent(*this))
-        return *this;
-    internal::runShielded([&] { *this << std::string(text.data(), text.size()); });
-    return *this;
+    return LogFastPath::insertAs<std::string>(*this, text);
 }
 
 OrvaLogging& OrvaLogging::operator<<(const std::wstring& text)
@@ -456,10 +463,7 @@ OrvaLogging& OrvaLogging::operator<<(const std::wstring& text)
 
 OrvaLogging& OrvaLogging::operator<<(const std::basic_string<wchar_t, char_traits_ci<wchar_t>>& text)
 {
-    if (LogFastPath::isSilent(*this))
-        return *this;
-    internal::runShielded([&] { *this << std::wstring(text.data(), text.size()); });
-    return *this;
+    return LogFastPath::insertAs<std::wstring>(*this, text);
 }
 
 OrvaLogging& OrvaLogging::operator<<(OrvaLogging& (*function)(OrvaLogging&))

@@ -263,6 +263,33 @@ __attribute__((noinline)) void wakeOneWaiter(LockImplementation* lock)
     futexWake(&lockWord(lock), 1);
 }
 
+// A brief hold: the lock is named as pending, which is all the recover
+// function needs, and kept out of the held list. The depth is one meanwhile,
+// so that a signal handler on this thread that locks and unlocks the same
+// lock leaves it held. Returns what the pending slot named before.
+__attribute__((always_inline)) inline LockImplementation* takeBriefly(LockImplementation* lock, int id)
+{
+    LockImplementation* const previousPending = t_locks.m_pPending;
+    t_locks.m_pPending = lock;
+    orderForRecovery();
+    if (__builtin_expect(!tryTakeWord(lock, id), 0))
+        takeWordContended(lock, id);
+    lock->m_nLockCount = 1;
+    orderForRecovery();
+    return previousPending;
+}
+
+__attribute__((always_inline)) inline void giveBackBriefly(LockImplementation* lock,
+                                                           LockImplementation* previousPending)
+{
+    lock->m_nLockCount = 0;
+    orderForRecovery();
+    if (__builtin_expect(exchangeRelease(lockWord(lock), 0) & c_nWaitersBit, 0))
+        wakeOneWaiter(lock);
+    orderForRecovery();
+    t_locks.m_pPending = previousPending;
+}
+
 } // namespace
 
 void LockThreadStorage::createKey()
@@ -475,11 +502,6 @@ void reclaimLockAfterFork(OrvaCriticalSectionObject& lock)
     storeRelease(lockWord(impl), 0);
 }
 
-// The reference counts of every object go through here, so the hold is the
-// bare minimum: the word is taken with the lock named as pending, which is all
-// the recover function needs, and given back at once. The depth is set to one
-// meanwhile, so that a signal handler on this thread that locks and unlocks
-// the same lock leaves it held.
 // The lock is not open yet or the thread has no locker id: both are made,
 // then the common path runs.
 __attribute__((noinline)) int adjustUnderLockFirstTime(OrvaCriticalSectionObject& section, int& count,
@@ -490,6 +512,8 @@ __attribute__((noinline)) int adjustUnderLockFirstTime(OrvaCriticalSectionObject
     return adjustUnderLock(section, count, delta);
 }
 
+// The reference counts of every object go through here: a brief hold, with
+// the slow cases out of line.
 int adjustUnderLock(OrvaCriticalSectionObject& section, int& count, int delta)
 {
     OrvaSmartPointer<LockImplementation>* holder = loadAcquire(section.m_pHolder);
@@ -499,19 +523,9 @@ int adjustUnderLock(OrvaCriticalSectionObject& section, int& count, int delta)
     LockImplementation* lock = *holder;
     if (heldByMe(lock, id))
         return count += delta;
-    LockImplementation* const previousPending = t_locks.m_pPending;
-    t_locks.m_pPending = lock;
-    orderForRecovery();
-    if (__builtin_expect(!tryTakeWord(lock, id), 0))
-        takeWordContended(lock, id);
-    lock->m_nLockCount = 1;
+    LockImplementation* const previousPending = takeBriefly(lock, id);
     const int result = count += delta;
-    lock->m_nLockCount = 0;
-    orderForRecovery();
-    if (__builtin_expect(exchangeRelease(lockWord(lock), 0) & c_nWaitersBit, 0))
-        wakeOneWaiter(lock);
-    orderForRecovery();
-    t_locks.m_pPending = previousPending;
+    giveBackBriefly(lock, previousPending);
     return result;
 }
 
@@ -522,27 +536,13 @@ BriefHold beginBriefHold(OrvaCriticalSectionObject& section)
     const int id = myLockerId();
     if (heldByMe(lock, id))
         return {nullptr, nullptr};
-    LockImplementation* const previousPending = t_locks.m_pPending;
-    t_locks.m_pPending = lock;
-    orderForRecovery();
-    if (__builtin_expect(!tryTakeWord(lock, id), 0))
-        takeWordContended(lock, id);
-    lock->m_nLockCount = 1;
-    orderForRecovery();
-    return {lock, previousPending};
+    return {lock, takeBriefly(lock, id)};
 }
 
 void endBriefHold(const BriefHold& hold)
 {
-    LockImplementation* lock = hold.m_pLock;
-    if (!lock)
-        return;
-    lock->m_nLockCount = 0;
-    orderForRecovery();
-    if (__builtin_expect(exchangeRelease(lockWord(lock), 0) & c_nWaitersBit, 0))
-        wakeOneWaiter(lock);
-    orderForRecovery();
-    t_locks.m_pPending = hold.m_pPreviousPending;
+    if (hold.m_pLock)
+        giveBackBriefly(hold.m_pLock, hold.m_pPreviousPending);
 }
 
 } // namespace internal
