@@ -18,6 +18,7 @@
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaService.h>
+#include <ovkit/OrvaServiceControl.h>
 #include <ovkit/OrvaStringTraits.h>
 #include <ovkit/OrvaStringUtilities.h>
 #include <ovkit/OrvaThread.h>
