@@ -7,6 +7,8 @@
 #include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaFindFile.h>
+#include <ovkit/OrvaFindFileImpl.h>
 #include <ovkit/OrvaLocaleFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
