@@ -9,6 +9,7 @@
 #include <ovkit/OrvaExport.h>
 #include <ovkit/OrvaFindFile.h>
 #include <ovkit/OrvaFindFileImpl.h>
+#include <ovkit/OrvaLibrary.h>
 #include <ovkit/OrvaLocaleFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
