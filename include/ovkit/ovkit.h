@@ -18,6 +18,7 @@
 #include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaObjectFactory.h>
 #include <ovkit/OrvaObjectStream.h>
+#include <ovkit/OrvaProcess.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaService.h>
