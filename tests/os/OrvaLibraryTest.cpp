@@ -5,94 +5,76 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <string>
 
 using namespace OrvaSupport;
 
 namespace
 {
 
-const char* const c_szPluginPath = OVKIT_TEST_PLUGIN_PATH;
+const char* const c_szPlugin = OVKIT_TEST_PLUGIN_PATH;
 
-// Whether the test library is loaded now, asked without loading it.
+// Asked without loading it.
 bool pluginLoaded()
 {
-    void* handle = dlopen(c_szPluginPath, RTLD_NOW | RTLD_NOLOAD);
-    if (handle != nullptr)
-        dlclose(handle);
-    return handle != nullptr;
+    void* handle = dlopen(c_szPlugin, RTLD_NOW | RTLD_NOLOAD);
+    return handle != nullptr && dlclose(handle) == 0;
 }
 
-int callAnswer(OrvaLibrary& library)
+void* answer(OrvaLibrary& library)
 {
-    auto answer = reinterpret_cast<int (*)()>(library.getProcAddr("ovkit_plugin_answer"));
-    return answer != nullptr ? answer() : -1;
+    return library.getProcAddr("ovkit_plugin_answer");
 }
 
 } // namespace
 
-TEST(OrvaLibraryTest, LoadsByExactOrDecoratedNameAndFindsSymbols)
+TEST(OrvaLibraryTest, LoadsByExactOrDecoratedNameAndReportsFailures)
 {
     // The tests' library search path holds the plugin's folder.
     OrvaSmartPointer<OrvaLibrary> decorated(new OrvaLibrary("ovkittestplugin", false));
-    OrvaLibrary exact(c_szPluginPath, true);
-    EXPECT_EQ(callAnswer(*decorated), 42);
-    EXPECT_EQ(callAnswer(exact), 42);
+    OrvaLibrary exact(c_szPlugin, true);
+    EXPECT_EQ(reinterpret_cast<int (*)()>(answer(*decorated))(), 42);
     EXPECT_EQ(*static_cast<int*>(exact.getProcAddr("ovkit_plugin_value")), 7);
     EXPECT_EQ(exact.getProcAddr("no_such_symbol"), nullptr);
-    EXPECT_EQ(decorated->getProcAddr(""), nullptr);
     decorated = nullptr;
-    EXPECT_TRUE(pluginLoaded()) << "each object holds its own load";
-}
+    EXPECT_NE(answer(exact), nullptr) << "each object holds a load of its own";
 
-TEST(OrvaLibraryTest, FailureTextHoldsTheNameAsGivenAndTheLoaderText)
-{
-    for (bool exactName : {false, true})
+    try
     {
-        try
-        {
-            OrvaLibrary library("ovkit-no-such", exactName);
-            ADD_FAILURE() << "loaded";
-        }
-        catch (const OrvaException& e)
-        {
-            const std::string prefix = "OrvaLibrary::OrvaLibrary: failed to load: ovkit-no-such.  ";
-            EXPECT_EQ(e.getText().compare(0, prefix.size(), prefix), 0) << e.getText();
-            const std::string file = exactName ? "ovkit-no-such" : "libovkit-no-such.so";
-            EXPECT_NE(e.getText().find(file + ": cannot open shared object file"), std::string::npos)
-                << e.getText();
-            EXPECT_EQ(e.getCode(), 0);
-        }
+        OrvaLibrary missing("ovkit-none", false);
+        ADD_FAILURE() << "loaded";
+    }
+    catch (const OrvaException& e)
+    {
+        EXPECT_EQ(e.getText(),
+                  "OrvaLibrary::OrvaLibrary: failed to load: ovkit-none.  libovkit-none.so: cannot "
+                  "open shared object file: No such file or directory");
+        EXPECT_EQ(e.getCode(), 0);
     }
 }
 
 TEST(OrvaLibraryTest, FirstCopyDestroyedUnloadsAndAssignmentClosesNothing)
 {
-    OrvaLibrary* first = new OrvaLibrary(c_szPluginPath, true);
+    OrvaLibrary* first = new OrvaLibrary(c_szPlugin, true);
     OrvaLibrary second(*first);
     delete first;
     EXPECT_FALSE(pluginLoaded());
-    EXPECT_EQ(second.getProcAddr("ovkit_plugin_answer"), nullptr);
+    EXPECT_EQ(answer(second), nullptr);
 
-    OrvaLibrary assigned(c_szPluginPath, true);
-    {
-        OrvaLibrary other("ovkittestplugin", false);
-        assigned = other;
-    }
+    OrvaLibrary assigned(c_szPlugin, true);
+    assigned = OrvaLibrary("ovkittestplugin", false); // the temporary closes the shared load
     EXPECT_TRUE(pluginLoaded()) << "the load that the assignment gave up stays";
-    EXPECT_EQ(assigned.getProcAddr("ovkit_plugin_answer"), nullptr);
+    EXPECT_EQ(answer(assigned), nullptr);
 }
 
 TEST(OrvaLibraryTest, NoHandleIsClosedTwice)
 {
-    void* own = dlopen(c_szPluginPath, RTLD_NOW);
-    ASSERT_NE(own, nullptr);
+    void* own = dlopen(c_szPlugin, RTLD_NOW);
     {
-        OrvaLibrary first(c_szPluginPath, true);
+        OrvaLibrary first(c_szPlugin, true);
         OrvaLibrary second(first);
         OrvaLibrary third(second);
         third = first;
-        EXPECT_EQ(callAnswer(third), 42);
+        EXPECT_NE(answer(third), nullptr);
     }
     EXPECT_TRUE(pluginLoaded()) << "the test's own load was dropped";
     dlclose(own);
