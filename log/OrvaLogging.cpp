@@ -7,11 +7,13 @@
 #include <ovkit/OrvaModule.h>
 #include <ovkit/OrvaStringUtilities.h>
 
+#include "log/ForkedChildLog.h"
 #include "log/LogMessage.h"
 #include "sync/AtomicField.h"
 #include "sync/KillShield.h"
 #include "threads/LibraryRuntime.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -19,6 +21,7 @@
 #include <cstring>
 #include <pthread.h>
 #include <type_traits>
+#include <unistd.h>
 
 namespace OrvaSupport
 {
@@ -577,6 +580,70 @@ void OrvaLogging::writeRecord(const std::string& label, const std::string& text)
         writeLine(m_pFile, prefix, prefixLength, text.c_str(), textLength);
     if ((m_nTarget & c_nStdoutTarget) != 0)
         writeLine(stdout, prefix, prefixLength, text.c_str(), textLength);
+}
+
+// ---------------------------------------------------------------------------
+// Records of a forked child (see ForkedChildLog.h)
+
+namespace
+{
+
+// write(2) until all of `line` is out, or the descriptor fails.
+void writeFully(int fd, const std::string& line)
+{
+    std::size_t done = 0;
+    while (done < line.size())
+    {
+        const ssize_t written = write(fd, line.data() + done, line.size() - done);
+        if (written > 0)
+            done += static_cast<std::size_t>(written);
+        else if (written < 0 && errno != EINTR)
+            return;
+    }
+}
+
+} // namespace
+
+struct internal::ForkedChildRecord
+{
+    static void write(OrvaLogging& log, const int (&date)[6], int level, const std::string& text)
+    {
+        if (!log.m_oLogLock.testAndSet())
+            return;
+        std::string line;
+        if (log.m_bPrefix && level != 0)
+        {
+            const int fields[8] = {date[0], date[1], date[2], date[3],
+                                   date[4], date[5], level,   printableThreadId()};
+            char prefix[128];
+            line.assign(prefix,
+                        std::min(formatPrefix(prefix, sizeof(prefix), fields, "Global"), sizeof(prefix) - 1));
+        }
+        line += text.c_str();
+        line += '\n';
+        if ((log.m_nTarget & c_nFileTarget) != 0 && log.m_pFile != nullptr)
+            writeFully(fileno_unlocked(log.m_pFile), line);
+        if ((log.m_nTarget & c_nStdoutTarget) != 0)
+            writeFully(fileno_unlocked(stdout), line);
+        log.m_oLogLock.unlock();
+    }
+};
+
+internal::ForkedChildLog::ForkedChildLog() : m_bLogOn(OrvaLogging::isAccessAllowed()), m_anDate()
+{
+    if (!m_bLogOn)
+        return;
+    OrvaDateTime now;
+    const int date[6] = {now.getYear(), now.getMonth() + 1, now.getDayOfMonth(),
+                         now.getHour(), now.getMinute(),    now.getSecond()};
+    std::copy(date, date + 6, m_anDate);
+}
+
+void internal::ForkedChildLog::write(int level, const std::string& text) const
+{
+    OrvaLogging* log = OrvaLogging::getInstance();
+    if (m_bLogOn && OrvaLogging::isAccessAllowed() && log->getGlobalLogLevel() >= level)
+        ForkedChildRecord::write(*log, m_anDate, level, text);
 }
 
 // ---------------------------------------------------------------------------

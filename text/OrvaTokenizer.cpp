@@ -3,6 +3,7 @@
 #include <ovkit/OrvaProperties.h>
 
 #include "log/LogMessage.h"
+#include "text/CommandLine.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -230,16 +231,43 @@ std::string OrvaExtractFirstString(const std::string& text, std::string& rest)
     return word;
 }
 
-void OrvaParseCommandLine(const std::string& line, std::vector<std::string>& arguments)
+namespace
+{
+
+/// The blank split of a line without quotes, as the strtok form gives it,
+/// with a private cursor instead of strtok's process-wide one.
+void splitAtBlanksPrivately(char* text, std::vector<std::string>& arguments)
+{
+    char* cursor = nullptr;
+    for (char* token = strtok_r(text, " ", &cursor); token != nullptr;
+         token = strtok_r(nullptr, " ", &cursor))
+        arguments.push_back(token);
+}
+
+void parseCommandLine(const std::string& line, std::vector<std::string>& arguments, bool privateCursor)
 {
     if (line.empty())
         return;
     arguments.clear();
     std::vector<char> buffer = makeCBuffer(line);
-    if (std::strchr(buffer.data(), '"') == nullptr)
-        OrvaTokenizer(buffer.data(), " ", arguments);
-    else
+    if (std::strchr(buffer.data(), '"') != nullptr)
         parseQuotedLine(buffer.data(), arguments);
+    else if (privateCursor)
+        splitAtBlanksPrivately(buffer.data(), arguments);
+    else
+        OrvaTokenizer(buffer.data(), " ", arguments);
+}
+
+} // namespace
+
+void OrvaParseCommandLine(const std::string& line, std::vector<std::string>& arguments)
+{
+    parseCommandLine(line, arguments, false);
+}
+
+void internal::parseCommandLineWithPrivateCursor(const std::string& line, std::vector<std::string>& arguments)
+{
+    parseCommandLine(line, arguments, true);
 }
 
 template <class StringType>

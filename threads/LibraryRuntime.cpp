@@ -25,6 +25,7 @@ void (*s_pChildForkHandler)() = nullptr;
 
 __attribute__((tls_model("initial-exec"))) thread_local bool t_bLibraryThread = false;
 __attribute__((tls_model("initial-exec"))) thread_local bool t_bStartFailed = false;
+__attribute__((tls_model("initial-exec"))) thread_local bool t_bForkingToExec = false;
 
 void beforeFork()
 {
@@ -150,6 +151,16 @@ void releaseExpiryParking()
 void setChildForkHandler(void (*handler)())
 {
     s_pChildForkHandler = handler;
+}
+
+void setForkingToExec(bool forking)
+{
+    t_bForkingToExec = forking;
+}
+
+bool isForkingToExec()
+{
+    return t_bForkingToExec;
 }
 
 } // namespace internal

@@ -52,6 +52,14 @@ void releaseExpiryParking();
 /// Work the timer manager does in a child process right after fork().
 void setChildForkHandler(void (*handler)());
 
+/// Marks the calling thread's fork() calls, while set, as forks of a child
+/// that only gets ready for execv and calls it. Such a child keeps the timers
+/// of the parent stopped: it starts no expiry thread and does not arm the
+/// system timer, which would outlive execv and end the new program.
+void setForkingToExec(bool forking);
+/// True in the parent while the mark is set, and in the child of such a fork.
+bool isForkingToExec();
+
 } // namespace internal
 } // namespace OrvaSupport
 

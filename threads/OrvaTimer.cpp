@@ -400,7 +400,8 @@ void OrvaTimerManager::resumeAfterFork()
     if (g_pCriticalSection)
         internal::reclaimLockAfterFork(*g_pCriticalSection);
     OrvaTimerManager* manager = m_pThis;
-    if (!manager || isExiting())
+    // A child that is about to run another program needs no timers.
+    if (!manager || isExiting() || internal::isForkingToExec())
         return;
     internal::reclaimLockAfterFork(manager->m_oElapseLock);
     internal::reclaimLockAfterFork(manager->m_oListLock);

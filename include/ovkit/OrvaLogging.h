@@ -79,7 +79,8 @@ class OrvaLogging;
 namespace internal
 {
 struct LogFastPath;
-}
+struct ForkedChildRecord;
+} // namespace internal
 
 /// Carries a call of the form fn(log, name, level) into an insertion chain.
 /// Built by the `setloglevel` functions; inserting it into a log calls the
@@ -225,6 +226,7 @@ public:
 
 private:
     friend struct internal::LogFastPath;
+    friend struct internal::ForkedChildRecord;
     void endrecordShielded();
     static void beginRecordShield(const OrvaLogging* log);
     static void endRecordShield(const OrvaLogging* log);

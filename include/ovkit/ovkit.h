@@ -8,6 +8,9 @@
 #include <ovkit/OrvaEvent.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
+#include <ovkit/OrvaFindFile.h>
+#include <ovkit/OrvaFindFileImpl.h>
+#include <ovkit/OrvaLibrary.h>
 #include <ovkit/OrvaLocaleFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
@@ -16,10 +19,12 @@
 #include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaObjectFactory.h>
 #include <ovkit/OrvaObjectStream.h>
+#include <ovkit/OrvaProcess.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaRegularExpression.h>
 #include <ovkit/OrvaService.h>
+#include <ovkit/OrvaServiceControl.h>
 #include <ovkit/OrvaStringTraits.h>
 #include <ovkit/OrvaStringUtilities.h>
 #include <ovkit/OrvaThread.h>

@@ -71,6 +71,15 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
+// Replaced too, so that no allocation reaches the matching delete above from
+// an allocator of its own (a sanitizer's, for one).
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    if (t_bCounting)
+        ++t_nAllocations;
+    return std::malloc(size ? size : 1);
+}
+
 void operator delete(void* block) noexcept
 {
     std::free(block);
