@@ -109,7 +109,7 @@ TEST(OrvaProcessTest, ChildStartsCleanLogsAfterItsIdAndEndsQuietlyOnABadHandle)
 {
     // A running timer and records of the child's own must leave no system
     // timer armed, and a signal the caller blocks is not blocked there.
-    LogTest::FileLog file(9);
+    ovkit_test::FileLog file(9);
     OrvaLogging::setInstance(file.log);
     OrvaTimer timer(5000, false);
     timer.reset();
