@@ -17,6 +17,7 @@
 #include <ovkit/OrvaObjectStream.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
+#include <ovkit/OrvaReadWriteLock.h>
 #include <ovkit/OrvaService.h>
 #include <ovkit/OrvaStringTraits.h>
 #include <ovkit/OrvaStringUtilities.h>
