@@ -8,6 +8,7 @@
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
 #include <ovkit/OrvaLocaleFactory.h>
+#include <ovkit/OrvaLockFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
 #include <ovkit/OrvaModule.h>
