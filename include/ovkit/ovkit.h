@@ -11,6 +11,7 @@
 #include <ovkit/OrvaLockFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
+#include <ovkit/OrvaMessageSet.h>
 #include <ovkit/OrvaModule.h>
 #include <ovkit/OrvaNotification.h>
 #include <ovkit/OrvaObjectBase.h>
