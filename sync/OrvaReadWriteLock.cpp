@@ -44,6 +44,11 @@ inline void checked(int result, const char* operation)
         logFailure(operation, result);
 }
 
+inline void unlockChecked(pthread_rwlock_t* lock, const char* operation)
+{
+    checked(pthread_rwlock_unlock(lock), operation);
+}
+
 } // namespace
 
 RwLockImplementation::RwLockImplementation()
@@ -83,19 +88,11 @@ OrvaReadWriteLock::~OrvaReadWriteLock() noexcept(false)
     internal::runShielded([this] { delete m_pHolder; });
 }
 
+// Both unlocks are the same system call; each logs under its own name.
+
 void OrvaReadWriteLock::readLock()
 {
     checked(pthread_rwlock_rdlock(rwLock()), c_szReadLockFailed);
-}
-
-void OrvaReadWriteLock::readUnLock()
-{
-    checked(pthread_rwlock_unlock(rwLock()), c_szReadUnlockFailed);
-}
-
-bool OrvaReadWriteLock::tryReadLock()
-{
-    return pthread_rwlock_tryrdlock(rwLock()) == 0;
 }
 
 void OrvaReadWriteLock::writeLock()
@@ -103,14 +100,24 @@ void OrvaReadWriteLock::writeLock()
     checked(pthread_rwlock_wrlock(rwLock()), c_szWriteLockFailed);
 }
 
-void OrvaReadWriteLock::writeUnLock()
+bool OrvaReadWriteLock::tryReadLock()
 {
-    checked(pthread_rwlock_unlock(rwLock()), c_szWriteUnlockFailed);
+    return pthread_rwlock_tryrdlock(rwLock()) == 0;
 }
 
 bool OrvaReadWriteLock::tryWriteLock()
 {
     return pthread_rwlock_trywrlock(rwLock()) == 0;
+}
+
+void OrvaReadWriteLock::readUnLock()
+{
+    unlockChecked(rwLock(), c_szReadUnlockFailed);
+}
+
+void OrvaReadWriteLock::writeUnLock()
+{
+    unlockChecked(rwLock(), c_szWriteUnlockFailed);
 }
 
 } // namespace OrvaSupport

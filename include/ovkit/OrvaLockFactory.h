@@ -55,6 +55,8 @@ class OVKIT_API OrvaLockFactory
 public:
     /// No names.
     OrvaLockFactory();
+    /// Destroys the locks with the factory; none may be in use.
+    virtual ~OrvaLockFactory() noexcept(false);
     /// The source's names with copies of its locks, and a factory lock of its
     /// own. The source's factory lock is not taken.
     OrvaLockFactory(const OrvaLockFactory& other);
@@ -62,8 +64,6 @@ public:
     /// (the source's is not taken). The locks that this factory held before
     /// die unless a copy shares them. Self-assignment does nothing.
     OrvaLockFactory& operator=(const OrvaLockFactory& other);
-    /// Destroys the locks with the factory; none may be in use.
-    virtual ~OrvaLockFactory() noexcept(false);
 
     /// Registers a new, unused lock under `name`. A name that is already
     /// registered keeps its lock, and nothing changes.
