@@ -5,38 +5,23 @@
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaLogging.h>
 
+#include "support/ByteFiles.h"
 #include "support/LogTestHelpers.h"
 #include "support/ScratchDir.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <locale>
 #include <string>
 
 using namespace OrvaSupport;
 using ovkit_test::ScratchDir;
+using ovkit_test::utf16;
+using ovkit_test::writeBytes;
 
 namespace
 {
-
-void writeBytes(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-/// The byte order mark and the units of `text`, 16-bit little-endian.
-std::string utf16(const std::u16string& text)
-{
-    std::string bytes = "\xFF\xFE";
-    for (char16_t unit : text)
-    {
-        bytes += static_cast<char>(unit & 0xFF);
-        bytes += static_cast<char>(unit >> 8);
-    }
-    return bytes;
-}
 
 bool isMissing(const OrvaMessageSet& set, const std::string& key)
 {
