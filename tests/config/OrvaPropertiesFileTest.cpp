@@ -4,7 +4,6 @@
 
 #include <ovkit/OrvaLogging.h>
 
-#include "support/ByteFiles.h"
 #include "support/ScratchDir.h"
 
 #include <gtest/gtest.h>
@@ -26,13 +25,28 @@ namespace
 {
 
 using ovkit_test::ScratchDir;
-using ovkit_test::utf16;
-using ovkit_test::writeBytes;
+
+void writeBytes(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
 
 std::string readBytes(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+/// The byte order mark and the units of `text`, 16-bit little-endian.
+std::string utf16(const std::u16string& text)
+{
+    std::string bytes = "\xFF\xFE";
+    for (char16_t unit : text)
+    {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8);
+    }
+    return bytes;
 }
 
 /// The table read from `path`; a load that fails is a test failure.

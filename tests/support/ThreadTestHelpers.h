@@ -36,6 +36,15 @@ bool waitUntil(Condition condition)
     return true;
 }
 
+/// Runs `body` on a thread of its own, waits for it, and returns its result.
+template <class Body>
+bool onOtherThread(Body body)
+{
+    bool result = false;
+    std::thread([&] { result = body(); }).join();
+    return result;
+}
+
 /// A thread that runs `body` once; its destructor joins it.
 class BodyThread
 {
