@@ -32,7 +32,9 @@
 // Threads. createLock, exists, getImpl, get, getRegisteredLockNames and the
 // target side of operator= hold the factory's own lock, briefly; the locks
 // handed out are used outside it. Copying reads the source without its lock:
-// keep other threads from creating locks in it meanwhile.
+// keep other threads from creating locks in it meanwhile, and from copying
+// it at the same moment (the handles of critical sections count their
+// sharers without a lock).
 #ifndef OVKIT_ORVALOCKFACTORY_H
 #define OVKIT_ORVALOCKFACTORY_H
 
