@@ -6,6 +6,7 @@
 
 #include <ovkit/OrvaProperties.h>
 
+#include "config/PlainTextDecoding.h"
 #include "log/LogMessage.h"
 
 #include <fstream>
@@ -64,25 +65,6 @@ inline bool skipByteOrderMark(std::istream& bytes)
     bytes.clear();
     bytes.unget();
     return false;
-}
-
-/// Decodes one line of bytes into wide characters with `convert`, carrying
-/// its shift state from line to line. False if a byte cannot be decoded.
-inline bool decodeLine(const std::codecvt<wchar_t, char, std::mbstate_t>& convert, std::mbstate_t& state,
-                       const std::string& bytes, std::wstring& line)
-{
-    line.assign(bytes.size(), L'\0');
-    const char* fromNext = bytes.data();
-    wchar_t* toNext = &line[0];
-    const std::codecvt_base::result result = convert.in(state, bytes.data(), bytes.data() + bytes.size(),
-                                                        fromNext, &line[0], &line[0] + line.size(), toNext);
-    if (result == std::codecvt_base::noconv)
-    {
-        line.assign(bytes.begin(), bytes.end());
-        return true;
-    }
-    line.resize(static_cast<std::size_t>(toNext - &line[0]));
-    return result == std::codecvt_base::ok && fromNext == bytes.data() + bytes.size();
 }
 
 /// The character that a table keeps of one 16-bit unit: wide tables the

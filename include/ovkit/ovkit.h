@@ -12,8 +12,10 @@
 #include <ovkit/OrvaFindFileImpl.h>
 #include <ovkit/OrvaLibrary.h>
 #include <ovkit/OrvaLocaleFactory.h>
+#include <ovkit/OrvaLockFactory.h>
 #include <ovkit/OrvaLogging.h>
 #include <ovkit/OrvaLoggingTimer.h>
+#include <ovkit/OrvaMessageSet.h>
 #include <ovkit/OrvaModule.h>
 #include <ovkit/OrvaNotification.h>
 #include <ovkit/OrvaObjectBase.h>
@@ -22,6 +24,7 @@
 #include <ovkit/OrvaProcess.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
+#include <ovkit/OrvaReadWriteLock.h>
 #include <ovkit/OrvaRegularExpression.h>
 #include <ovkit/OrvaService.h>
 #include <ovkit/OrvaServiceControl.h>

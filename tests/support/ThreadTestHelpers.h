@@ -18,6 +18,15 @@
 namespace ovkit_test
 {
 
+/// Runs `body` on a thread of its own, waits for it, and returns its result.
+template <class Body>
+bool onOtherThread(Body body)
+{
+    bool result = false;
+    std::thread([&] { result = body(); }).join();
+    return result;
+}
+
 /// A thread that runs `body` once; its destructor joins it.
 class BodyThread
 {

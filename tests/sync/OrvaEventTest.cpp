@@ -62,22 +62,20 @@ thread_local bool t_bCounting = false;
 thread_local int t_nAllocations = 0;
 } // namespace
 
-void* operator new(std::size_t size)
-{
-    if (t_bCounting)
-        ++t_nAllocations;
-    if (void* block = std::malloc(size ? size : 1))
-        return block;
-    throw std::bad_alloc();
-}
-
-// Replaced too, so that no allocation reaches the matching delete above from
-// an allocator of its own (a sanitizer's, for one).
+// The library allocates with the nothrow form too: it is replaced as well, so
+// that every block the replaced delete frees came from malloc.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     if (t_bCounting)
         ++t_nAllocations;
     return std::malloc(size ? size : 1);
+}
+
+void* operator new(std::size_t size)
+{
+    if (void* block = operator new(size, std::nothrow))
+        return block;
+    throw std::bad_alloc();
 }
 
 void operator delete(void* block) noexcept
