@@ -7,9 +7,10 @@
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaObjectBase.h>
 
+#include "BenchSupport.h"
+
 #include <benchmark/benchmark.h>
 #include <pthread.h>
-#include <sched.h>
 
 #include <memory>
 #include <mutex>
@@ -18,6 +19,7 @@ using OrvaSupport::OrvaCriticalSection;
 using OrvaSupport::OrvaCriticalSectionObject;
 using OrvaSupport::OrvaObjectBase;
 using OrvaSupport::OrvaSmartPointer;
+using ovkit_bench::ProcessorPin;
 
 namespace
 {
@@ -131,50 +133,35 @@ void smartPointerCopySharedPtr(benchmark::State& state)
     }
 }
 
-// Holds the calling thread on one processor until the end of the scope, then
-// gives it back the set it had. Left to the scheduler, the two threads of a
-// contended run sometimes share one processor and hardly ever meet at the
-// lock, and sometimes do not, which makes runs differ several times over; so
-// thread i goes to the i-th processor it may use (nothing happens if there is
-// only one).
+// Two threads, each on a processor of its own (see ProcessorPin in
+// BenchSupport.h), each copying and dropping a smart pointer to an object of
+// its own, made on that thread. Nothing is shared between the two but what
+// the implementation shares: the reported time is the wall-clock time per
+// copy of both threads together, and items per second their throughput.
 
-class ProcessorPin
+void smartPointerCopyTwoThreadsOvkit(benchmark::State& state)
 {
-public:
-    explicit ProcessorPin(int index)
+    ProcessorPin pin(state.thread_index());
+    OrvaSmartPointer<OrvaObjectBase> p(new OrvaObjectBase);
+    for (auto _ : state)
     {
-        m_bPinned = pthread_getaffinity_np(pthread_self(), sizeof(m_saved), &m_saved) == 0;
-        if (!m_bPinned || CPU_COUNT(&m_saved) < 2)
-        {
-            m_bPinned = false;
-            return;
-        }
-        int wanted = index % CPU_COUNT(&m_saved);
-        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        {
-            if (CPU_ISSET(cpu, &m_saved) && wanted-- == 0)
-            {
-                cpu_set_t one;
-                CPU_ZERO(&one);
-                CPU_SET(cpu, &one);
-                m_bPinned = pthread_setaffinity_np(pthread_self(), sizeof(one), &one) == 0;
-                break;
-            }
-        }
+        OrvaSmartPointer<OrvaObjectBase> q(p);
+        benchmark::DoNotOptimize(q);
     }
-    ~ProcessorPin()
+    state.SetItemsProcessed(state.iterations());
+}
+
+void smartPointerCopyTwoThreadsSharedPtr(benchmark::State& state)
+{
+    ProcessorPin pin(state.thread_index());
+    auto p = std::make_shared<int>(0);
+    for (auto _ : state)
     {
-        if (m_bPinned)
-            pthread_setaffinity_np(pthread_self(), sizeof(m_saved), &m_saved);
+        std::shared_ptr<int> q(p);
+        benchmark::DoNotOptimize(q);
     }
-
-    ProcessorPin(const ProcessorPin&) = delete;
-    ProcessorPin& operator=(const ProcessorPin&) = delete;
-
-private:
-    cpu_set_t m_saved;
-    bool m_bPinned;
-};
+    state.SetItemsProcessed(state.iterations());
+}
 
 // Two threads taking turns on one lock, each incrementing a shared counter
 // inside it. The locks are statics so that both threads of a run share them.
@@ -223,6 +210,12 @@ BENCHMARK(guardScopeLockGuard)->Name("CriticalSection_GuardScope/std::lock_guard
 
 BENCHMARK(smartPointerCopyOvkit)->Name("SmartPointer_CopyDestroy/ovkit");
 BENCHMARK(smartPointerCopySharedPtr)->Name("SmartPointer_CopyDestroy/std::shared_ptr");
+
+BENCHMARK(smartPointerCopyTwoThreadsOvkit)->Name("SmartPointer_CopyDestroy/ovkit")->Threads(2)->UseRealTime();
+BENCHMARK(smartPointerCopyTwoThreadsSharedPtr)
+    ->Name("SmartPointer_CopyDestroy/std::shared_ptr")
+    ->Threads(2)
+    ->UseRealTime();
 
 BENCHMARK(contendedOvkit)->Name("CriticalSection_Contended/ovkit")->Threads(2)->UseRealTime();
 BENCHMARK(contendedPthread)->Name("CriticalSection_Contended/pthread_mutex")->Threads(2)->UseRealTime();
