@@ -25,7 +25,7 @@ demo: build
 	cd build/default && ./examples/tickd/ovkit-tickd -c ../../examples/tickd/tickd.properties -n 3
 
 bench:
-	@tools/install-deps python3 libpcre2-dev
+	@tools/install-deps python3 libpcre2-dev libspdlog-dev libpoco-dev
 	cmake --preset bench
 	cmake --build --preset bench
 	python3 bench/report.py --build-dir build/bench

@@ -2,7 +2,7 @@
 // same run. Named as the other benchmarks are: "<Family>_<Measure>/<implementation>".
 #include <ovkit/OrvaReadWriteLock.h>
 
-#include "ProcessorPin.h"
+#include "BenchSupport.h"
 
 #include <benchmark/benchmark.h>
 #include <pthread.h>

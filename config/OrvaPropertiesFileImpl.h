@@ -6,9 +6,13 @@
 
 #include <ovkit/OrvaProperties.h>
 
+#include "config/OrvaPropertiesImpl.h"
 #include "config/PlainTextDecoding.h"
 #include "log/LogMessage.h"
+#include "sync/KillShield.h"
 
+#include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <istream>
 #include <locale>
@@ -41,6 +45,8 @@ struct Streams<wchar_t>
     typedef std::wofstream Out;
 };
 
+/// The plain reader takes at most this many bytes from the stream at a time.
+const std::size_t c_nPlainBlockSize = 65536;
 /// A 16-bit line collects this many units before its buffer first grows.
 const std::size_t c_nUnicodeLineStart = 8192;
 /// The 16-bit reader takes the file in blocks of this many bytes.
@@ -115,12 +121,70 @@ bool OrvaProperties<StringType>::loadPropertiesImpl(const std::string& path, Cha
 template <class StringType>
 void OrvaProperties<StringType>::readPlainLines(std::istream& bytes, const std::string& path, Char separator)
 {
-    typedef std::basic_string<Char> Line;
-    Line line;
     if constexpr (std::is_same<Char, char>::value)
     {
-        while (std::getline(bytes, line))
-            addProperty(StringType(line.data(), line.size()), separator);
+        static_cast<void>(path);
+        // Lines are cut out of the stream's own buffer, one fill at a time,
+        // as a line-by-line read would see them: a fill is one read of the
+        // file, so lines from a pipe are stored as soon as they arrive. A line
+        // that runs on into the next fill is collected in `pending`.
+        //
+        // The whole read runs in one shield: a kill waits for the end of the
+        // load or takes effect at the next read of the file, between two
+        // lines, with the table's lock free. Each stored line still takes the
+        // lock on its own.
+        internal::runShielded(
+            [&]
+            {
+                std::streambuf& source = *bytes.rdbuf();
+                std::string block(PropertyFile::c_nPlainBlockSize, '\0');
+                std::string pending;
+                const auto storeLine = [&](const char* text, std::size_t length)
+                {
+                    PropertyLine::Parts parts;
+                    if (!PropertyLine::split<typename StringType::traits_type>(text, length, separator,
+                                                                               parts))
+                        return;
+                    try
+                    {
+                        StringType name(text, parts.nameLength);
+                        StringType value(text + parts.valueStart, parts.valueLength);
+                        OrvaCriticalSection guard(m_oPropertyLock, true);
+                        PropertyStore::store(m_mapProperties, m_bMultiValued, std::move(name),
+                                             std::move(value));
+                    }
+                    catch (OrvaException&)
+                    {
+                        // A line that fails is dropped; the load goes on.
+                    }
+                };
+
+                while (source.sgetc() != std::char_traits<char>::eof())
+                {
+                    const std::streamsize wanted =
+                        std::min(source.in_avail(), static_cast<std::streamsize>(block.size()));
+                    const std::streamsize count = source.sgetn(&block[0], wanted);
+                    const char* next = block.data();
+                    const char* const end = next + (count > 0 ? count : 0);
+                    while (const char* lineEnd = static_cast<const char*>(
+                               std::memchr(next, '\n', static_cast<std::size_t>(end - next))))
+                    {
+                        if (pending.empty())
+                            storeLine(next, static_cast<std::size_t>(lineEnd - next));
+                        else
+                        {
+                            pending.append(next, lineEnd);
+                            storeLine(pending.data(), pending.size());
+                            pending.clear();
+                        }
+                        next = lineEnd + 1;
+                    }
+                    pending.append(next, end);
+                }
+                // A last line without line feed is read like any other.
+                if (!pending.empty())
+                    storeLine(pending.data(), pending.size());
+            });
     }
     else
     {
@@ -128,6 +192,7 @@ void OrvaProperties<StringType>::readPlainLines(std::istream& bytes, const std::
         // locale at the time of the load. A line with a byte that cannot be
         // decoded ends the load there, as the end of the file would.
         static_cast<void>(path);
+        std::basic_string<Char> line;
         const std::locale global;
         const auto& convert = std::use_facet<std::codecvt<wchar_t, char, std::mbstate_t>>(global);
         std::mbstate_t state = std::mbstate_t();

@@ -9,6 +9,9 @@
 #include "sync/KillShield.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <tuple>
+#include <utility>
 
 namespace OrvaSupport
 {
@@ -16,32 +19,97 @@ namespace OrvaSupport
 namespace PropertyLine
 {
 
-/// The value of a line whose separator stands at `separatorPos`: from behind
-/// the separator, leading blanks removed, up to the line's first carriage
+/// Where the name and the value of one line lie, as offsets into the line.
+struct Parts
+{
+    std::size_t nameLength;
+    std::size_t valueStart;
+    std::size_t valueLength;
+};
+
+/// Splits the `length` characters at `line` into name and value, searching
+/// and comparing with the traits of the table's string type, and returns
+/// false for a line that stores nothing (empty, a comment, or an empty name).
+///
+/// The name is everything in front of the first separator, or the whole line
+/// when there is none (the value is then empty). The value starts behind the
+/// separator, leading blanks removed, and ends at the line's first carriage
 /// return, else its first line feed, else its end. Both are searched from the
 /// start of the line; one that stands in front of the value's start does not
 /// end it, and the value then runs to the end of the line.
-template <class StringType>
-StringType valueBehind(const StringType& line, typename StringType::size_type separatorPos)
+template <class Traits, class Char>
+bool split(const Char* line, std::size_t length, Char separator, Parts& parts)
 {
-    typedef typename StringType::value_type Char;
-    typedef typename StringType::size_type size_type;
+    if (length == 0 || line[0] == Char('#'))
+        return false;
 
-    const size_type start = separatorPos + 1;
-    size_type end = line.find(Char('\r'));
-    if (end == StringType::npos)
-        end = line.find(Char('\n'));
-    if (end == StringType::npos || end < start)
-        end = line.size();
+    // In the case-insensitive traits find() folds case, so a letter as
+    // separator matches both its cases.
+    const Char* separatorAt = Traits::find(line, length, separator);
+    if (separatorAt == nullptr)
+    {
+        parts.nameLength = length;
+        parts.valueStart = length;
+        parts.valueLength = 0;
+        return true;
+    }
+    parts.nameLength = static_cast<std::size_t>(separatorAt - line);
+    if (parts.nameLength == 0)
+        return false;
+
+    const std::size_t start = parts.nameLength + 1;
+    const Char* endAt = Traits::find(line, length, Char('\r'));
+    if (endAt == nullptr)
+        endAt = Traits::find(line, length, Char('\n'));
+    std::size_t end = endAt ? static_cast<std::size_t>(endAt - line) : length;
+    if (end < start)
+        end = length;
 
     // Only blanks are skipped: a tab opens the value.
-    const size_type first = line.find_first_not_of(Char(' '), start);
-    if (first == StringType::npos || first >= end)
-        return StringType();
-    return line.substr(first, end - first);
+    std::size_t first = start;
+    while (first < end && Traits::eq(line[first], Char(' ')))
+        ++first;
+    parts.valueStart = first;
+    parts.valueLength = end - first;
+    return true;
 }
 
 } // namespace PropertyLine
+
+namespace PropertyStore
+{
+
+/// Stores `value` under `name` in `table` by the rules of addProperty: a new
+/// name gets a vector of this one value, a known name gets it appended
+/// (`multiValued`) or has its first value replaced. One search of the tree
+/// finds the entry or makes it; a new entry that cannot get its value is
+/// taken out again, so every entry keeps at least one value. The caller holds
+/// the table's lock.
+template <class Map, class Name, class Value>
+void store(Map& table, bool multiValued, Name&& name, Value&& value)
+{
+    const std::pair<typename Map::iterator, bool> entry = table.emplace(
+        std::piecewise_construct, std::forward_as_tuple(std::forward<Name>(name)), std::forward_as_tuple());
+    typename Map::mapped_type& values = entry.first->second;
+    if (entry.second)
+    {
+        try
+        {
+            values.push_back(std::forward<Value>(value));
+        }
+        catch (...)
+        {
+            table.erase(entry.first);
+            throw;
+        }
+    }
+    else if (multiValued || values.empty())
+        values.push_back(std::forward<Value>(value));
+    else
+        values.front() = std::forward<Value>(value);
+}
+
+} // namespace PropertyStore
 
 template <class StringType>
 OrvaProperties<StringType>::OrvaProperties()
@@ -99,13 +167,7 @@ void OrvaProperties<StringType>::addProperty(const StringType& name, const Strin
         [&]
         {
             OrvaCriticalSection guard(m_oPropertyLock, true);
-            typename PropertyMap::iterator entry = m_mapProperties.find(name);
-            if (entry == m_mapProperties.end())
-                m_mapProperties.insert(typename PropertyMap::value_type(name, ValueVector(1, value)));
-            else if (m_bMultiValued || entry->second.empty())
-                entry->second.push_back(value);
-            else
-                entry->second.front() = value;
+            PropertyStore::store(m_mapProperties, m_bMultiValued, name, value);
         });
 }
 
@@ -119,13 +181,14 @@ void OrvaProperties<StringType>::addProperty(const StringType& line, Char separa
         {
             try
             {
-                // In the case-insensitive types find() folds case, so a letter
-                // as separator matches both its cases.
-                const typename StringType::size_type separatorPos = line.find(separator);
-                if (separatorPos == StringType::npos)
-                    addProperty(line, StringType());
-                else
-                    addProperty(line.substr(0, separatorPos), PropertyLine::valueBehind(line, separatorPos));
+                PropertyLine::Parts parts;
+                if (!PropertyLine::split<typename StringType::traits_type>(line.data(), line.size(),
+                                                                           separator, parts))
+                    return;
+                StringType name(line.data(), parts.nameLength);
+                StringType value(line.data() + parts.valueStart, parts.valueLength);
+                OrvaCriticalSection guard(m_oPropertyLock, true);
+                PropertyStore::store(m_mapProperties, m_bMultiValued, std::move(name), std::move(value));
             }
             catch (OrvaException&)
             {

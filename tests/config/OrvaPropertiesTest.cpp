@@ -5,6 +5,7 @@
 
 #include <ovkit/OrvaLogging.h>
 
+#include "support/Processes.h"
 #include "support/ScratchDir.h"
 #include "support/Thrown.h"
 
@@ -284,4 +285,72 @@ TEST(OrvaPropertiesTest, LoadMergesIsLoggedAndFailsWithoutChangeAndSaveWritesFir
     EXPECT_EQ(2, single.size());
     EXPECT_FALSE(single.savePropertiesImpl(dir.file("none/out")));
     EXPECT_THROW(single.saveProperties(dir.file("none/out")), OrvaException);
+}
+
+TEST(OrvaPropertiesTest, PlainFileLoadsAsItsLinesOneByOne)
+{
+    // A file must give the table that its lines, cut at each line feed, give
+    // when added one by one: for lines that straddle the reader's blocks,
+    // lines longer than a block, comments, CR LF ends, empty names, tabs, a
+    // zero byte, and a last line without line feed; in both kinds of table,
+    // with a case-folding search for a letter as separator.
+    std::string text = "# head\nname=value\n\n=orphan\n \t#x=1\r\nx\ty=  z\t\nbare\r\n\r\na=1=2\nA=3\n"
+                       "NameXvalue\nnamexother\n";
+    text += std::string("nul") + '\0' + "=z\n";
+    for (int i = 0; i < 20000; ++i)
+        text += "key" + std::to_string(i % 7000) + "=" + std::string(i % 13, 'v') + std::to_string(i) + "\n";
+    text += "long=" + std::string(200000, 'w') + "\nXlast=1x2";
+    std::vector<std::string> lines;
+    for (std::size_t start = 0;;)
+    {
+        const std::size_t end = text.find('\n', start);
+        lines.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        if (end == std::string::npos)
+            break;
+        start = end + 1;
+    }
+    ScratchDir dir;
+    ovkit_test::writeFile(dir.file("lines"), text);
+
+    for (bool multiValued : {true, false})
+    {
+        OrvaProperties<std::string> fromFile(multiValued);
+        OrvaProperties<std::string> fromLines(multiValued);
+        ASSERT_TRUE(fromFile.loadProperties(dir.file("lines"), '='));
+        fromLines.loadProperties(lines, '=');
+        EXPECT_EQ(fromLines.getProperties(), fromFile.getProperties()) << multiValued;
+
+        OrvaProperties<ci_string> foldedFile(multiValued);
+        OrvaProperties<ci_string> foldedLines(multiValued);
+        ASSERT_TRUE(foldedFile.loadProperties(dir.file("lines"), 'x'));
+        for (const std::string& line : lines)
+            foldedLines.addProperty(ci_string(line.data(), line.size()), 'x');
+        EXPECT_TRUE(foldedLines.getProperties() == foldedFile.getProperties()) << multiValued;
+        EXPECT_EQ(multiValued ? 2u : 1u, foldedFile.getPropertyValues("NAME").size());
+    }
+}
+
+TEST(OrvaPropertiesTest, LinesFromAPipeAreStoredAsTheyArrive)
+{
+    // The writer sends the second line only once the first one is in the
+    // table, and closes the pipe after it: a reader that waited for more
+    // bytes before storing what it had would never see the end.
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    OrvaProperties<std::string> props;
+    bool firstSeenEarly = false;
+    std::thread writer(
+        [&]
+        {
+            EXPECT_EQ(8, write(ends[1], "first=1\n", 8));
+            std::string value;
+            firstSeenEarly = ovkit_test::waitFor([&] { return props.getPropertyValue("first", value); });
+            EXPECT_EQ(9, write(ends[1], "second=2\n", 9));
+            close(ends[1]);
+        });
+    EXPECT_TRUE(props.loadProperties("/proc/self/fd/" + std::to_string(ends[0]), '='));
+    writer.join();
+    close(ends[0]);
+    EXPECT_TRUE(firstSeenEarly);
+    EXPECT_EQ("2", props.getProperty("second"));
 }
