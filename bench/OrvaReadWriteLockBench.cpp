@@ -9,6 +9,8 @@
 
 #include <shared_mutex>
 
+using ovkit_bench::ProcessorPin;
+
 namespace
 {
 
