@@ -80,20 +80,6 @@ inline pid_t currentTid()
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
 
-/// The state letter of a thread of this process (R, S, ...); X once it is gone.
-inline char taskState(pid_t tid)
-{
-    char path[64], line[512];
-    snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(tid));
-    const int fd = open(path, O_RDONLY);
-    const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
-    if (fd >= 0)
-        close(fd);
-    line[length > 0 ? length : 0] = '\0';
-    const char* name = strrchr(line, ')'); // the state follows the name
-    return name && name[1] == ' ' ? name[2] : 'X';
-}
-
 /// Polls `condition` every 100 microseconds for at most `seconds`.
 template <class Condition>
 bool waitFor(int seconds, Condition condition)

@@ -10,7 +10,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <functional>
 #include <sys/stat.h>
@@ -36,6 +38,43 @@ bool waitUntil(Condition condition)
     return true;
 }
 
+/// The state letter of a thread of this process (R, S, ...); X once it is gone.
+inline char taskState(pid_t tid)
+{
+    char path[64], line[512];
+    snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(tid));
+    const int fd = open(path, O_RDONLY);
+    const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
+    if (fd >= 0)
+        close(fd);
+    line[length > 0 ? length : 0] = '\0';
+    const char* name = strrchr(line, ')'); // the state follows the name
+    return name && name[1] == ' ' ? name[2] : 'X';
+}
+
+/// Waits until every other thread of the process sleeps in the kernel, as
+/// threads blocked on a condition variable or a mutex do.
+inline bool othersSleeping()
+{
+    const pid_t self = static_cast<pid_t>(syscall(SYS_gettid));
+    return waitUntil(
+        [self]
+        {
+            char entries[8192];
+            const int fd = open("/proc/self/task", O_RDONLY | O_DIRECTORY);
+            const long length = fd < 0 ? 0 : syscall(SYS_getdents64, fd, entries, sizeof entries);
+            if (fd >= 0)
+                close(fd);
+            for (long at = 0; at < length; at += reinterpret_cast<dirent64*>(entries + at)->d_reclen)
+            {
+                const pid_t tid = atoi(reinterpret_cast<dirent64*>(entries + at)->d_name);
+                if (tid > 0 && tid != self && taskState(tid) != 'S')
+                    return false;
+            }
+            return length > 0;
+        });
+}
+
 /// A thread that runs `body` once; its destructor joins it.
 class BodyThread
 {
@@ -52,23 +91,11 @@ public:
     }
     ~BodyThread() { m_oThread.join(); }
 
-    /// Waits until the thread sleeps in the kernel (state S in its stat
-    /// line), as one blocked on a condition variable or a mutex does.
+    /// Waits until the thread sleeps in the kernel (state S), as one blocked
+    /// on a condition variable or a mutex does.
     bool sleeping()
     {
-        return waitUntil(
-            [this]
-            {
-                char path[64], line[512];
-                snprintf(path, sizeof path, "/proc/self/task/%d/stat", static_cast<int>(m_nTid));
-                const int fd = m_nTid ? open(path, O_RDONLY) : -1;
-                const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
-                if (fd >= 0)
-                    close(fd);
-                line[length > 0 ? length : 0] = '\0';
-                const char* name = strrchr(line, ')'); // the state follows the name
-                return name && name[1] == ' ' && name[2] == 'S';
-            });
+        return waitUntil([this] { return m_nTid && taskState(m_nTid) == 'S'; });
     }
 
 private:
