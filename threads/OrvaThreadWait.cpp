@@ -7,6 +7,7 @@
 
 #include "log/LogMessage.h"
 #include "sync/OrvaEventBlock.h"
+#include "threads/DeliveryWatch.h"
 
 #include <atomic>
 #include <cstddef>
@@ -77,48 +78,81 @@ private:
     std::atomic<int>* m_pRemaining;
 };
 
+namespace
+{
+
+// The result until the wait has looked at who reported.
+constexpr int c_nNotLooked = -4;
+
+// What one group wait shares with the reports and the timer. It lives on the
+// heap and goes only when no report and no firing can reach it any more.
+struct GroupWait
+{
+    explicit GroupWait(int awaited)
+        : m_bTimedOut(false), m_nRemaining(awaited), m_oTimer(&m_bTimedOut),
+          m_oDependent(m_oTimer, &m_oLock, &m_nRemaining)
+    {
+    }
+
+    std::atomic<bool> m_bTimedOut;
+    std::atomic<int> m_nRemaining;
+    OrvaCriticalSectionObject m_oLock;
+    ThreadWaitTimer m_oTimer;
+    ThreadWaitDependent m_oDependent;
+    internal::DeliveryWatch m_oWatch;
+};
+
+// The index of the last thread that reported, or `result` if it is not listed.
+int lastReported(GroupWait& wait, const std::vector<OrvaThread*>& threads, int result)
+{
+    OrvaCriticalSection guard(wait.m_oLock, true);
+    for (std::size_t i = 0; i < threads.size(); ++i)
+    {
+        if (threads[i] == wait.m_oDependent.lastThread())
+            return static_cast<int>(i);
+    }
+    return result;
+}
+
+} // namespace
+
 int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int milliseconds)
 {
-    int result = -4;
-    std::atomic<bool> timedOut{false};
-    std::atomic<int> remaining{waitAll ? static_cast<int>(threads.size()) : 1};
-    OrvaCriticalSectionObject lock;
-    ThreadWaitTimer timer(&timedOut);
-    ThreadWaitDependent dependent(timer, &lock, &remaining);
+    int result = c_nNotLooked;
+    GroupWait* wait = new GroupWait(waitAll ? static_cast<int>(threads.size()) : 1);
+    internal::beginWatch(wait->m_oWatch, wait->m_oDependent);
 
     for (OrvaThread* thread : threads)
-        thread->addDependent(dependent);
+        thread->addDependent(wait->m_oDependent);
     if (milliseconds != c_nWaitForever)
-        timer.start(milliseconds, false);
+        wait->m_oTimer.start(milliseconds, false);
 
     // The event keeps no memory: a report that comes between two passes of
     // the loop does not wake it, but the count has moved, and the next report
     // or the timer releases the loop.
-    while (remaining.load(std::memory_order_seq_cst) > 0)
+    while (wait->m_nRemaining.load(std::memory_order_seq_cst) > 0)
     {
-        timer.wait(-1);
-        if (timedOut.load(std::memory_order_seq_cst))
+        wait->m_oTimer.wait(-1);
+        if (wait->m_bTimedOut.load(std::memory_order_seq_cst))
         {
             result = c_nWaitTimedOut;
             break;
         }
-        OrvaCriticalSection guard(lock, true);
-        for (std::size_t i = 0; i < threads.size(); ++i)
-        {
-            if (threads[i] == dependent.lastThread())
-            {
-                result = static_cast<int>(i);
-                break;
-            }
-        }
+        result = lastReported(*wait, threads, result);
     }
+    // All that was awaited may have reported before the loop first looked:
+    // the result is then read once here, so that it is always an index.
+    if (result == c_nNotLooked)
+        result = lastReported(*wait, threads, result);
 
+    // A thread that has read the dependent from its list before the removal
+    // may not have called it yet: the watch waits for exactly those reports.
+    // The timer's own destructor waits for a firing already decided on.
     for (OrvaThread* thread : threads)
-        thread->removeDependent(dependent);
-    timer.stop();
-    // A report that is inside the dependent holds the lock until it is done.
-    lock.lock();
-    lock.unlock();
+        thread->removeDependent(wait->m_oDependent);
+    wait->m_oTimer.stop();
+    internal::endWatch(wait->m_oWatch);
+    delete wait;
 
     if (result != c_nWaitTimedOut && waitAll)
         result = c_nWaitDone;
