@@ -102,30 +102,28 @@ void endWatch(DeliveryWatch& watch)
 // The mark is made while the collaborator's list lock is still held, so a
 // removeDependent(), which takes that lock, comes after it: the owner's
 // endWatch() sees every delivery that read the dependent before the removal.
+// Marking and the marked call run shielded, so that no kill lands between the
+// mark and the clearing. Any other dependent is called after the shield, as
+// notify() calls it otherwise.
 //
-// This frame has no exception tables (the marked call runs in runCatching),
-// so an asynchronous cancellation may land anywhere in it outside the shield.
+// This frame has no exception tables (the body runs in runCatching), so an
+// asynchronous cancellation may land anywhere in it outside the shield.
 void deliverWatched(OrvaCollaborator& collaborator, OrvaDependent& dependent,
                     const OrvaNotification& notification, OrvaCriticalSectionObject& listLock)
 {
-    enterKillShield();
-    DeliveryWatch* watch = markDelivery(dependent);
-    listLock.unlock();
+    DeliveryWatch* watch = nullptr;
+    runShielded(
+        [&]
+        {
+            watch = markDelivery(dependent);
+            listLock.unlock();
+            if (!watch)
+                return;
+            MarkedDelivery marked(*watch);
+            dependent.handleNotification(collaborator, notification);
+        });
     if (!watch)
-    {
-        leaveKillShield();
         dependent.handleNotification(collaborator, notification);
-        return;
-    }
-    auto body = [&]
-    {
-        MarkedDelivery marked(*watch);
-        dependent.handleNotification(collaborator, notification);
-    };
-    std::exception_ptr* failure = runCatching(body);
-    leaveKillShield();
-    if (failure)
-        rethrowShieldedFailure(failure);
 }
 
 } // namespace internal
