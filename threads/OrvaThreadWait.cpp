@@ -8,6 +8,7 @@
 #include "log/LogMessage.h"
 #include "sync/OrvaEventBlock.h"
 #include "threads/DeliveryWatch.h"
+#include "threads/ObjectAddresses.h"
 
 #include <atomic>
 #include <cstddef>
@@ -161,9 +162,7 @@ int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int millis
 
 int OrvaThread::wait(int count, OrvaThread* threads, bool waitAll, int milliseconds)
 {
-    std::vector<OrvaThread*> list;
-    for (int i = 0; i < count; ++i)
-        list.push_back(&threads[i]);
+    std::vector<OrvaThread*> list = internal::objectAddresses(count, threads);
     return wait(list, waitAll, milliseconds);
 }
 

@@ -5,6 +5,7 @@
 #include <ovkit/OrvaCriticalSection.h>
 #include <ovkit/OrvaDateTime.h>
 #include <ovkit/OrvaEvent.h>
+#include <ovkit/OrvaEventThread.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
 #include <ovkit/OrvaLocaleFactory.h>
