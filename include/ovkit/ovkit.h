@@ -16,6 +16,7 @@
 #include <ovkit/OrvaObjectBase.h>
 #include <ovkit/OrvaObjectFactory.h>
 #include <ovkit/OrvaObjectStream.h>
+#include <ovkit/OrvaProducerConsumer.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaService.h>
