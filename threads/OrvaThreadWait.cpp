@@ -6,12 +6,14 @@
 #include <ovkit/OrvaTimer.h>
 
 #include "log/LogMessage.h"
+#include "sync/KillShield.h"
 #include "sync/OrvaEventBlock.h"
 #include "threads/DeliveryWatch.h"
 #include "threads/ObjectAddresses.h"
 
 #include <atomic>
 #include <cstddef>
+#include <pthread.h>
 
 namespace OrvaSupport
 {
@@ -33,6 +35,7 @@ public:
     void set() override
     {
         m_pTimedOut->store(true, std::memory_order_seq_cst);
+        passEventMutex();
         OrvaEvent::set();
         OVKIT_LOG(9, "ThreadWaitTimer::set: timer expired");
     }
@@ -40,11 +43,28 @@ public:
     /// Wakes the waiter without marking a timeout.
     void setJustEvent()
     {
+        passEventMutex();
         OrvaEvent::set();
         OVKIT_LOG(9, "ThreadWaitTimer::setJustEvent: delay has not expired, just setting event");
     }
 
 private:
+    // The event's set() does not take the mutex of its block, so a set() that
+    // falls between the waiter's look at the count and its wait would be
+    // lost, and the last report of a wait without limit with it, for good.
+    // The waiter looks while it holds that mutex (see sleepUntilNews), and
+    // whoever has just changed the count or the flag passes through the mutex
+    // before setting: the set() then comes after the waiter has either seen
+    // the change or begun to wait.
+    void passEventMutex()
+    {
+        if (void* handle = getHandle())
+        {
+            pthread_mutex_lock(&internal::eventBlock(handle)->m_mutex);
+            pthread_mutex_unlock(&internal::eventBlock(handle)->m_mutex);
+        }
+    }
+
     std::atomic<bool>* m_pTimedOut;
 };
 
@@ -103,6 +123,33 @@ struct GroupWait
     internal::DeliveryWatch m_oWatch;
 };
 
+void unlockBlockMutex(void* mutex)
+{
+    pthread_mutex_unlock(static_cast<pthread_mutex_t*>(mutex));
+}
+
+// The condition wait behind the timer's event, entered only if no report and
+// no firing has been counted since the last look; the look is made under the
+// event's mutex, which the reporters pass through before they set the event.
+__attribute__((noinline)) void sleepUnlessNews(GroupWait& wait, internal::OrvaEventBlock* block)
+{
+    pthread_mutex_lock(&block->m_mutex);
+    pthread_cleanup_push(unlockBlockMutex, &block->m_mutex);
+    if (wait.m_nRemaining.load(std::memory_order_seq_cst) > 0 &&
+        !wait.m_bTimedOut.load(std::memory_order_seq_cst))
+        pthread_cond_wait(&block->m_cond, &block->m_mutex);
+    pthread_cleanup_pop(1);
+}
+
+// Waits for the next report or firing. As in OrvaEvent::wait(), a kill can
+// only act inside the condition wait, whose clean-up gives the mutex back.
+void sleepUntilNews(GroupWait& wait)
+{
+    internal::enterKillShield();
+    sleepUnlessNews(wait, internal::eventBlock(wait.m_oTimer.getHandle()));
+    internal::leaveKillShield();
+}
+
 // The index of the last thread that reported, or `result` if it is not listed.
 int lastReported(GroupWait& wait, const std::vector<OrvaThread*>& threads, int result)
 {
@@ -129,11 +176,11 @@ int OrvaThread::wait(std::vector<OrvaThread*>& threads, bool waitAll, int millis
         wait->m_oTimer.start(milliseconds, false);
 
     // The event keeps no memory: a report that comes between two passes of
-    // the loop does not wake it, but the count has moved, and the next report
-    // or the timer releases the loop.
+    // the loop wakes nobody, but the count has moved, and the next look sees
+    // it. Only the index is then that of a later report.
     while (wait->m_nRemaining.load(std::memory_order_seq_cst) > 0)
     {
-        wait->m_oTimer.wait(-1);
+        sleepUntilNews(*wait);
         if (wait->m_bTimedOut.load(std::memory_order_seq_cst))
         {
             result = c_nWaitTimedOut;
