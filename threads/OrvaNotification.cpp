@@ -1,5 +1,7 @@
 #include <ovkit/OrvaNotification.h>
 
+#include "threads/DeliveryWatch.h"
+
 #include <algorithm>
 #include <cstddef>
 
@@ -70,13 +72,23 @@ void OrvaCollaborator::notify(const OrvaNotification& notification)
 {
     // Delivery by index, with the lock given up around each call: the list may
     // change under a callback, and the size is read again at every step. The
-    // entry itself is read while the lock is held.
+    // entry itself is read while the lock is held. While some owner watches
+    // its dependent's deliveries (a group wait does), the step goes through
+    // the watch, which marks a delivery to that dependent before the lock is
+    // given up.
     m_oListLock.lock();
     for (std::size_t i = 0; i < m_vDependents.size(); ++i)
     {
         OrvaDependent* dependent = m_vDependents[i];
-        m_oListLock.unlock();
-        dependent->handleNotification(*this, notification);
+        if (internal::deliveriesWatched())
+        {
+            internal::deliverWatched(*this, *dependent, notification, m_oListLock);
+        }
+        else
+        {
+            m_oListLock.unlock();
+            dependent->handleNotification(*this, notification);
+        }
         m_oListLock.lock();
     }
     m_oListLock.unlock();

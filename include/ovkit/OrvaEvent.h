@@ -19,6 +19,8 @@
 #include <ovkit/OrvaExport.h>
 #include <ovkit/OrvaNotification.h>
 
+#include <vector>
+
 namespace OrvaSupport
 {
 
@@ -89,6 +91,34 @@ public:
 
     void addDependent(OrvaDependent& dependent);
     void removeDependent(OrvaDependent& dependent);
+
+    /// Waits for several events: for one of them (`waitAll` false; result: an
+    /// index into `events`) or for all of them (result 0); -2 when the limit
+    /// ran out first.
+    ///
+    /// Every event gets an OrvaEventWaitThread (see OrvaEventThread.h) that
+    /// waits on it with `milliseconds`, and the call waits for those threads
+    /// with OrvaThread's group wait. With -1 the threads really wait, and the
+    /// call returns when the chosen condition holds. Any other value makes
+    /// every thread's wait return at once (see wait(int)) and says nothing
+    /// about the events: the call then ends with whatever comes first, a
+    /// thread that ends after the group wait has begun to listen, or the
+    /// limit, counted by a timer in whole seconds. A limit of 0 or below
+    /// (other than -1) arms no timer, so the call may block for ever; so may
+    /// an empty list with `waitAll` false, while with `waitAll` true it
+    /// returns 0 at once.
+    ///
+    /// With `waitAll` false the index is that of a thread that ended: the last
+    /// one to report before the group wait looked, not necessarily the first.
+    ///
+    /// Before it returns, the call destroys the threads in order: each sets
+    /// its event and is joined. So every listed event has been set at least
+    /// once when the call returns, and its other waiters and dependents have
+    /// seen that set(). A set() lost in the instant before a thread's wait
+    /// leaves the call waiting for another set() of that event.
+    static int wait(std::vector<OrvaEvent*>& events, bool waitAll, int milliseconds);
+    /// The same on `count` consecutive event objects.
+    static int wait(int count, OrvaEvent* events, bool waitAll, int milliseconds);
 
     OrvaEvent(const OrvaEvent&) = delete;
     OrvaEvent& operator=(const OrvaEvent&) = delete;

@@ -155,10 +155,14 @@ public:
     virtual int run(OrvaWorkInformation& work);
 
     /// Waits for the end of several threads: all of them (`waitAll`, result
-    /// 0) or the first of them (result: its index in `threads`); -2 when
-    /// `milliseconds` (-1: no limit) ran out first. A thread that has already
-    /// ended does not report again, so waiting on it without limit never
-    /// returns. Each departure and a timeout are traced at log level 9.
+    /// 0) or one of them (result: its index in `threads`); -2 when
+    /// `milliseconds` (-1: no limit) ran out first. The index is that of a
+    /// thread that ended: the last one to report before the wait looked, not
+    /// necessarily the first. A thread that has already ended does not report
+    /// again, so waiting on it without limit never returns. Each departure and
+    /// a timeout are traced at log level 9. When the wait returns, no thread's
+    /// report to it is still under way (a report that has begun is waited
+    /// for), so the threads may be destroyed at once.
     static int wait(std::vector<OrvaThread*>& threads, bool waitAll, int milliseconds);
     /// The same on `count` consecutive thread objects.
     static int wait(int count, OrvaThread* threads, bool waitAll, int milliseconds);

@@ -6,6 +6,7 @@
 #include <ovkit/OrvaDateTime.h>
 #include <ovkit/OrvaEncryption.h>
 #include <ovkit/OrvaEvent.h>
+#include <ovkit/OrvaEventThread.h>
 #include <ovkit/OrvaException.h>
 #include <ovkit/OrvaExport.h>
 #include <ovkit/OrvaFindFile.h>
@@ -22,6 +23,8 @@
 #include <ovkit/OrvaObjectFactory.h>
 #include <ovkit/OrvaObjectStream.h>
 #include <ovkit/OrvaProcess.h>
+
+#include <ovkit/OrvaProducerConsumer.h>
 #include <ovkit/OrvaProgramOptions.h>
 #include <ovkit/OrvaProperties.h>
 #include <ovkit/OrvaReadWriteLock.h>

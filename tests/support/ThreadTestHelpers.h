@@ -9,6 +9,8 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
+#include <dirent.h>
 #include <functional>
 #include <string>
 #include <sys/stat.h>
@@ -25,6 +27,29 @@ bool onOtherThread(Body body)
     bool result = false;
     std::thread([&] { result = body(); }).join();
     return result;
+}
+
+/// Waits until every other thread of the process sleeps in the kernel, as
+/// threads blocked on a condition variable or a mutex do.
+inline bool othersSleeping()
+{
+    const pid_t self = currentTid();
+    return waitFor(
+        [self]
+        {
+            char entries[8192];
+            const int fd = open("/proc/self/task", O_RDONLY | O_DIRECTORY);
+            const long length = fd < 0 ? 0 : syscall(SYS_getdents64, fd, entries, sizeof entries);
+            if (fd >= 0)
+                close(fd);
+            for (long at = 0; at < length; at += reinterpret_cast<dirent64*>(entries + at)->d_reclen)
+            {
+                const pid_t tid = atoi(reinterpret_cast<dirent64*>(entries + at)->d_name);
+                if (tid > 0 && tid != self && taskState(tid) != 'S')
+                    return false;
+            }
+            return length > 0;
+        });
 }
 
 /// A thread that runs `body` once; its destructor joins it.
