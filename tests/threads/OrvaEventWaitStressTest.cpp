@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
 #include <string>
 
@@ -39,8 +40,12 @@ TEST(OrvaEventWaitStressTest, LimitedWaitsOnEightEventsLeaveNothingBehind)
     ASSERT_TRUE(ovkit_test::settleLibraryThreads());
     const int mappings = mappingCount();
 
-    const int rounds = 300;
-    for (int i = 0; i < rounds; ++i)
+    // A round whose wait threads all ended before the group wait listened
+    // lasts until the timer fires, about a second: on a loaded machine many
+    // rounds do, so the loop is bounded in time as well as in count.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(40);
+    int rounds = 0;
+    for (int i = 0; i < 300 && std::chrono::steady_clock::now() < deadline; ++i, ++rounds)
     {
         const bool waitAll = i % 2;
         const int result = OrvaEvent::wait(8, events, waitAll, 1);
