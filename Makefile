@@ -1,8 +1,10 @@
 # Front door: `make demo` runs the example daemon for three ticks, `make test`
 # builds and runs the test suite, `make asan` does the same under the address
 # and undefined-behaviour sanitizers, `make bench` measures the library against
-# its peers and prints the table (see BENCHMARKS.md).
-.PHONY: all deps build test asan demo bench clean
+# its peers and prints the table (see BENCHMARKS.md). `make abi-check` compares
+# the library's binary interface with the committed baseline
+# (abi/libovkit.so.1.abi), and `make abi-baseline` records the current one there.
+.PHONY: all deps build test asan demo bench abi-check abi-baseline clean
 
 all: build
 
@@ -29,6 +31,12 @@ bench:
 	cmake --preset bench
 	cmake --build --preset bench
 	python3 bench/report.py --build-dir build/bench
+
+abi-check: build
+	tools/abi-check build/default
+
+abi-baseline: build
+	tools/abi-check --update build/default
 
 clean:
 	rm -rf build
