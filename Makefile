@@ -4,7 +4,9 @@
 # its peers and prints the table (see BENCHMARKS.md). `make abi-check` compares
 # the library's binary interface with the committed baseline
 # (abi/libovkit.so.1.abi), and `make abi-baseline` records the current one there.
-.PHONY: all deps build test asan demo bench abi-check abi-baseline clean
+# `make package` builds the Debian packages libovkit1 and libovkit-dev into
+# build/default/packages and checks them with lintian (errors fail).
+.PHONY: all deps build test asan demo bench abi-check abi-baseline package clean
 
 all: build
 
@@ -31,6 +33,12 @@ bench:
 	cmake --preset bench
 	cmake --build --preset bench
 	python3 bench/report.py --build-dir build/bench
+
+package: build
+	@tools/install-deps lintian
+	rm -rf build/default/packages
+	cd build/default && cpack --config CPackConfig.cmake
+	lintian --fail-on error --display-info build/default/packages/*.deb
 
 abi-check: build
 	tools/abi-check build/default
