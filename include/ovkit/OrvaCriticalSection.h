@@ -41,7 +41,9 @@ public:
     /// because a lock may be opened before the library's statics are built.
     static void createKey();
 
+    /// True once createKey() has made the key.
     static bool m_keyCreated;
+    /// The key; its per-thread value is the newest lock the thread holds.
     static pthread_key_t m_mutexListKey;
 };
 
@@ -68,11 +70,11 @@ public:
     /// whatever the depth, then destroys the mutex.
     ~LockImplementation() override;
 
-    pthread_mutex_t m_mutex;
-    pthread_t m_owner;
-    LockImplementation* m_pNextHeld;
-    LockImplementation* m_pPrevHeld;
-    int m_nLockCount;
+    pthread_mutex_t m_mutex;         ///< Storage whose first word is the lock word.
+    pthread_t m_owner;               ///< The owning thread; 0 when the lock is free.
+    LockImplementation* m_pNextHeld; ///< The lock the owner took before this one, or null.
+    LockImplementation* m_pPrevHeld; ///< The lock the owner took after this one, or null.
+    int m_nLockCount;                ///< The owner's recursion depth; 0 when free.
 };
 
 namespace OrvaSupport
@@ -152,6 +154,8 @@ public:
 class OVKIT_API OrvaCriticalSection
 {
 public:
+    /// Guards `lock`, which must outlive the guard; takes one level now if
+    /// `lockNow` is true, and otherwise holds nothing.
     OrvaCriticalSection(OrvaCriticalSectionObject& lock, bool lockNow) : m_rLock(lock), m_bLocked(false)
     {
         if (lockNow)

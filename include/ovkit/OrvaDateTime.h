@@ -73,6 +73,7 @@ public:
     OrvaDateTime& operator=(const OrvaDateTime& other);
     virtual ~OrvaDateTime();
 
+    ///@{
     /// The stored fields as they are: day of the month 1-31, month 0-11,
     /// full year, hour, minute, second.
     int getDayOfMonth() const { return m_nDay; }
@@ -81,6 +82,9 @@ public:
     int getHour() const { return m_nHour; }
     int getMinute() const { return m_nMinute; }
     int getSecond() const { return m_nSecond; }
+    ///@}
+    /// The instance id: its source's for a copy, a new one after each
+    /// successful set operation.
     unsigned int getInstanceId() const { return m_nInstanceId; }
 
     /// mktime of the six fields, with the summer-time flag left to mktime.

@@ -47,16 +47,20 @@ namespace OrvaSupport
 class OVKIT_API SBlock
 {
 public:
+    /// A block of the two halves given.
     SBlock(unsigned int left, unsigned int right);
+    ///@{
+    /// Copies both halves.
     SBlock(const SBlock& other);
     SBlock& operator=(const SBlock& other);
+    ///@}
     virtual ~SBlock();
 
     /// XORs both halves with those of `other`.
     SBlock& operator^=(const SBlock& other);
 
-    unsigned int m_wLeft;
-    unsigned int m_wRight;
+    unsigned int m_wLeft;  ///< Bytes 0 to 3 of the block, big-endian.
+    unsigned int m_wRight; ///< Bytes 4 to 7 of the block, big-endian.
 };
 
 /// Blowfish in ECB or CBC mode over std::string buffers.
@@ -121,6 +125,8 @@ public:
     /// changed.
     virtual bool decryptDataImpl(const std::string& key, std::string& input, std::string& output,
                                  std::string& error);
+    /// The strength of the constructor (StrengthHigh by default) or of the
+    /// last setStrength, copied along with the object.
     virtual Strength getStrength() const;
     /// Stores `strength` and sets the chaining value to 0, 0. StrengthLow and
     /// StrengthHigh also set the mode and key buffer size of their own and
@@ -141,9 +147,11 @@ protected:
                     const SBlock& chain);
     /// Sets the flag that says the schedule belongs to the stored key.
     void setInit(const bool& init);
+    ///@{
     /// One block through the cipher, in place, with the current schedule.
     void encryptInternal(SBlock& block);
     void decryptInternal(SBlock& block);
+    ///@}
     /// Reads 8 bytes, big-endian, into the two halves.
     static void bytesToBlock(const unsigned char* bytes, SBlock& block);
     /// Writes the block as 8 bytes, big-endian, ending just before `end`.

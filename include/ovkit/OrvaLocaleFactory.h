@@ -85,23 +85,23 @@ OVKIT_API std::locale GetAppropriateLocaleObject();
 /// A row of g_CountryTable: a country's long name and its code.
 struct OrvaCountryTableEntry
 {
-    const char* m_szName;
-    const char* m_szCode;
+    const char* m_szName; ///< The long name, for instance "United States".
+    const char* m_szCode; ///< The two-letter code, for instance "US".
 };
 
 /// A row of g_LocaleTable: a language and the name of the locale to make for it.
 struct OrvaLocaleTableEntry
 {
-    OrvaLocaleFactory::Language m_eLanguage;
-    const char* m_szLocaleName;
+    OrvaLocaleFactory::Language m_eLanguage; ///< The language.
+    const char* m_szLocaleName;              ///< The locale name to make for it.
 };
 
 /// A row of g_LanguageTable: a language's long name, its code and its value.
 struct OrvaLanguageTableEntry
 {
-    const char* m_szName;
-    const char* m_szCode;
-    OrvaLocaleFactory::Language m_eLanguage;
+    const char* m_szName;                    ///< The long name, for instance "English".
+    const char* m_szCode;                    ///< The two-letter code, for instance "en".
+    OrvaLocaleFactory::Language m_eLanguage; ///< The language's value.
 };
 
 /// Long country names and their codes. Mexico's code is "ES", as Spain's

@@ -88,16 +88,19 @@ struct ForkedChildRecord;
 class OVKIT_API OrvaSetLogLevelManipulator
 {
 public:
+    /// The function that an insertion calls: fn(log, name, level), returning the log.
     typedef OrvaLogging& (*t_SetLevelFunction)(OrvaLogging&, const std::string&, int);
 
+    /// Copies the function, the name and the level.
     OrvaSetLogLevelManipulator(const OrvaSetLogLevelManipulator& other);
+    /// Stores the function, the name and the level.
     OrvaSetLogLevelManipulator(t_SetLevelFunction function, const std::string& name, int level);
     /// The name is left empty.
     OrvaSetLogLevelManipulator(t_SetLevelFunction function, int level);
 
-    t_SetLevelFunction m_pFunction;
-    std::string m_sName;
-    int m_nLevel;
+    t_SetLevelFunction m_pFunction; ///< Called by the insertion.
+    std::string m_sName;            ///< Passed to the function; may be empty.
+    int m_nLevel;                   ///< Passed to the function.
 };
 
 /// The log. Construct it once, register it with setInstance(), and destroy it
@@ -137,6 +140,7 @@ public:
     /// ignored without a message. No lock: meant for start-up.
     void setGlobalLogLevel(int level);
 
+    ///@{
     /// Insertions. Each one first calls getLogAccess(); when that refuses, the
     /// value is dropped. Numbers are formatted as printf does with "%d", "%u",
     /// "%ld", "%lu", "%f" (float and double), "%p" and "%c"; bool gives
@@ -161,6 +165,7 @@ public:
     OrvaLogging& operator<<(const std::basic_string<char, char_traits_ci<char>>& text);
     OrvaLogging& operator<<(const std::wstring& text);
     OrvaLogging& operator<<(const std::basic_string<wchar_t, char_traits_ci<wchar_t>>& text);
+    ///@}
     /// Calls `function` with this log: the form that makes `endrecord` work.
     OrvaLogging& operator<<(OrvaLogging& (*function)(OrvaLogging&));
 
@@ -193,6 +198,7 @@ public:
     /// calls startLogging(), so switching the file bit on opens a new file
     /// with a fresh number. The current value again does nothing.
     void setTarget(int target);
+    /// The target bit mask as last set.
     int getTarget() const { return m_nTarget; }
     /// Opens the file if the file bit is set (see openLogFile).
     virtual void startLogging();

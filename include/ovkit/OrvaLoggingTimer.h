@@ -23,6 +23,7 @@ class OrvaLogging;
 class OVKIT_API OrvaLoggingEventTimerThread : public OrvaThread
 {
 public:
+    /// A thread, not yet started, that will act on `logging`.
     explicit OrvaLoggingEventTimerThread(OrvaLogging* logging);
     ~OrvaLoggingEventTimerThread() override;
 

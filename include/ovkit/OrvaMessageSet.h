@@ -71,6 +71,8 @@ public:
     std::wstring getMessage(const std::string& key) const;
 
 protected:
+    /// The locale of the constructor: its language and country name the
+    /// overlay files.
     std::locale m_oLocale;
     /// Single-valued: a repeated key keeps its last text.
     OrvaProperties<std::wstring> m_oMessages;

@@ -41,7 +41,9 @@ public:
     /// dies out of that order stays linked to its neighbours.
     virtual ~ModuleData();
 
+    /// The record's start steps; entry() calls it when the use count is 0.
     virtual void attach() = 0;
+    /// The record's stop steps; exit() calls it when the use count drops to 0.
     virtual void detach() = 0;
 
     /// From the oldest record to the newest: attaches a record whose use count
@@ -51,9 +53,15 @@ public:
     /// above 0, subtracts 1 and detaches it on reaching 0.
     static void exit();
 
+    /// The flag of the constructor. ModuleData only keeps it; a derived
+    /// record decides what it means (Module attaches itself when it is set).
     bool autoAttach() const { return m_bAutoAttach; }
+    /// How many entries hold the record attached; 0 when detached.
     int useCount() const { return m_nUseCount; }
+    /// The record constructed just after this one (nearer the head), or null
+    /// at the head.
     ModuleData* previous() const { return m_pPrev; }
+    /// The record constructed just before this one, or null at the oldest.
     ModuleData* next() const { return m_pNext; }
     /// The most recently constructed record.
     static ModuleData* head() { return m_pHead; }
@@ -62,10 +70,10 @@ public:
     static ModuleData* m_pHead;
 
 protected:
-    bool m_bAutoAttach;
-    ModuleData* m_pPrev; // inserted after this one (nearer the head); null at the head
-    ModuleData* m_pNext; // inserted before this one
-    int m_nUseCount;
+    bool m_bAutoAttach;  ///< See autoAttach().
+    ModuleData* m_pPrev; ///< Inserted after this one (nearer the head); null at the head.
+    ModuleData* m_pNext; ///< Inserted before this one; null at the oldest.
+    int m_nUseCount;     ///< See useCount().
 };
 
 /// Enters the module list at construction and exits it at destruction.
@@ -95,10 +103,17 @@ OVKIT_API void OVKITFinitOrvaLoggingTimer();
 class OVKIT_API Module : public OrvaSupport::ModuleData
 {
 public:
+    /// Joins the list; with `autoAttach` true, attaches at once unless the
+    /// use count says it is attached already, and counts one use.
     explicit Module(bool autoAttach);
+    /// With auto-attach, gives back the construction's use and detaches on
+    /// reaching 0. An exception out of a stop step ends the stop sequence
+    /// there; the record still leaves the list.
     ~Module() override;
 
+    /// The start sequence, in the order given at the top of this file.
     void attach() override;
+    /// The stop sequence, in the order given at the top of this file.
     void detach() override;
 };
 

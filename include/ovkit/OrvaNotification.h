@@ -32,17 +32,24 @@ class OVKIT_API OrvaNotification
 public:
     /// The id has no meaning until setId() or an assignment gives it one.
     OrvaNotification();
+    /// A notification with the id; not explicit, so an int converts.
     OrvaNotification(int id);
+    ///@{
+    /// Copies the id.
     OrvaNotification(const OrvaNotification& other);
     OrvaNotification& operator=(const OrvaNotification& other);
+    ///@}
+    /// Sets the id, as setId() does.
     OrvaNotification& operator=(int id);
     virtual ~OrvaNotification() noexcept(false);
 
+    /// Sets the id.
     void setId(int id);
+    /// The id.
     int getId() const;
 
 protected:
-    int m_nId;
+    int m_nId; ///< The id.
 };
 
 /// An observer. The base class ignores every notification.
@@ -50,8 +57,11 @@ class OVKIT_API OrvaDependent
 {
 public:
     OrvaDependent() {}
+    ///@{
+    /// The base class holds nothing: copying does nothing.
     OrvaDependent(const OrvaDependent&) {}
     OrvaDependent& operator=(const OrvaDependent&) { return *this; }
+    ///@}
     virtual ~OrvaDependent() noexcept(false);
 
     /// Called on the notifying thread, with the collaborator's list unlocked.

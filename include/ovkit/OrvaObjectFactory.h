@@ -118,8 +118,8 @@ public:
     OrvaObjectFactoryRegistration& operator=(const OrvaObjectFactoryRegistration&) = delete;
 
 protected:
-    std::string m_sClassName;
-    OrvaObjectFactory* m_pFactory; // not owned
+    std::string m_sClassName;      ///< The name it is entered under.
+    OrvaObjectFactory* m_pFactory; ///< The factory it is entered in; not owned.
 };
 
 /// A class with no state: a base for a client's exemplar objects.

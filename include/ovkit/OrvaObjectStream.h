@@ -59,24 +59,32 @@ public:
     /// `data`, consumes them, and returns how many were delivered.
     virtual unsigned int read(void* data, unsigned int size, unsigned int count) = 0;
 
+    ///@{
     /// One byte.
     OrvaInputObjectStream& operator>>(char& value);
     OrvaInputObjectStream& operator>>(unsigned char& value);
+    ///@}
+    ///@{
     /// Two bytes, low byte first.
     OrvaInputObjectStream& operator>>(short& value);
     OrvaInputObjectStream& operator>>(unsigned short& value);
+    ///@}
+    ///@{
     /// Four bytes, low byte first.
     OrvaInputObjectStream& operator>>(int& value);
     OrvaInputObjectStream& operator>>(unsigned int& value);
+    ///@}
     /// Reads 4 bytes and sign-extends them. When no byte is delivered the
     /// target keeps its value; when fewer than 4 are, the 4-byte value is
     /// completed from the target's own low 4 bytes before it is extended.
     OrvaInputObjectStream& operator>>(long& value);
     /// Reads 4 bytes and zero-extends them; short reads as for long.
     OrvaInputObjectStream& operator>>(unsigned long& value);
+    ///@{
     /// The IEEE 754 single (4 bytes) and double (8 bytes) as they lie in memory.
     OrvaInputObjectStream& operator>>(float& value);
     OrvaInputObjectStream& operator>>(double& value);
+    ///@}
 
     /// Reads a 2-byte length, then that many bytes. A length of 0 leaves
     /// `target` as it was, so a caller must have set it. Otherwise `target`
@@ -106,22 +114,30 @@ public:
     /// returns how many were stored, 0 when they could not be.
     virtual unsigned int write(const void* data, unsigned int size, unsigned int count) = 0;
 
+    ///@{
     /// One byte.
     OrvaOutputObjectStream& operator<<(char value);
     OrvaOutputObjectStream& operator<<(unsigned char value);
+    ///@}
+    ///@{
     /// Two bytes, low byte first.
     OrvaOutputObjectStream& operator<<(short value);
     OrvaOutputObjectStream& operator<<(unsigned short value);
+    ///@}
+    ///@{
     /// Four bytes, low byte first.
     OrvaOutputObjectStream& operator<<(int value);
     OrvaOutputObjectStream& operator<<(unsigned int value);
+    ///@}
     /// Writes the low 4 bytes: values outside 32 bits lose their high part.
     OrvaOutputObjectStream& operator<<(long value);
     /// Writes the low 4 bytes.
     OrvaOutputObjectStream& operator<<(unsigned long value);
+    ///@{
     /// The IEEE 754 single (4 bytes) and double (8 bytes) as they lie in memory.
     OrvaOutputObjectStream& operator<<(float value);
     OrvaOutputObjectStream& operator<<(double value);
+    ///@}
 
     /// Writes strlen(text) as 4 bytes, then the text without its terminator.
     /// A null pointer is written as length 0; after a length 0 nothing follows.

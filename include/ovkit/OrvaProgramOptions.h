@@ -72,6 +72,7 @@ namespace OrvaSupport
 class OVKIT_API OrvaProgramOptions
 {
 public:
+    /// The positional arguments, in command-line order.
     typedef std::vector<std::string> ArgumentVector;
 
     /// Strict mode over argv[1..argc-1]; the program name is argv[0].
@@ -124,12 +125,15 @@ public:
 
     /// argv[0], or the first word of the command-line string.
     const std::string& getProgramName() const { return m_sProgramName; }
+    ///@{
     /// The options: one name per option, with one value per occurrence
     /// (empty for a flag).
     const OrvaProperties<std::string>& getProperties() const { return m_oProperties; }
     OrvaProperties<std::string>& getProperties() { return m_oProperties; }
+    ///@}
     /// The positional arguments, in command-line order.
     const ArgumentVector& getArguments() const { return m_vecArguments; }
+    /// How many positional arguments there are.
     unsigned int getArgumentCount() const { return static_cast<unsigned int>(m_vecArguments.size()); }
     /// The positional argument `index`; throws OrvaException
     /// "OrvaProgramOptions::getArgument: index out of bounds" (code 0) when

@@ -88,16 +88,21 @@ template <class StringType>
 class OrvaPropertyIteratorParameter
 {
 public:
+    /// The values of one name.
     typedef std::vector<StringType> ValueVector;
+    /// An entry of the table's map: the name and its values.
     typedef std::pair<const StringType, ValueVector> Entry;
 
     OrvaPropertyIteratorParameter() {}
+    /// Copies the name and the values.
     OrvaPropertyIteratorParameter(const OrvaPropertyIteratorParameter& other)
         : m_sName(other.m_sName), m_vValues(other.m_vValues)
     {
     }
+    /// Copies the entry's name and values; not explicit, so an entry converts.
     OrvaPropertyIteratorParameter(const Entry& entry) : m_sName(entry.first), m_vValues(entry.second) {}
 
+    /// Copies the name and the values; nothing on self-assignment.
     OrvaPropertyIteratorParameter& operator=(const OrvaPropertyIteratorParameter& other)
     {
         if (this != &other)
@@ -107,6 +112,7 @@ public:
         }
         return *this;
     }
+    /// Copies the entry's name and values.
     OrvaPropertyIteratorParameter& operator=(const Entry& entry)
     {
         m_sName = entry.first;
@@ -114,8 +120,8 @@ public:
         return *this;
     }
 
-    StringType m_sName;
-    ValueVector m_vValues;
+    StringType m_sName;    ///< The name.
+    ValueVector m_vValues; ///< Its values, in the order they were added.
 };
 
 namespace OrvaSupport
@@ -131,8 +137,11 @@ class OVKIT_API OrvaPropertyIterator
 {
 public:
     OrvaPropertyIterator() {}
+    ///@{
+    /// The base class holds nothing: copying does nothing.
     OrvaPropertyIterator(const OrvaPropertyIterator&) {}
     OrvaPropertyIterator& operator=(const OrvaPropertyIterator&) { return *this; }
+    ///@}
     virtual ~OrvaPropertyIterator() {}
 
     /// Called once per entry, in the table's order.
@@ -146,10 +155,12 @@ template <class StringType>
 class OrvaPropertyIteratorFunctor
 {
 public:
+    /// Refers to `iterator`, which must outlive the functor.
     explicit OrvaPropertyIteratorFunctor(OrvaPropertyIterator<StringType>& iterator) : m_rIterator(iterator)
     {
     }
 
+    /// Copies the entry into a parameter and passes it to process().
     void operator()(const std::pair<const StringType, std::vector<StringType>>& entry)
     {
         ::OrvaPropertyIteratorParameter<StringType> parameter(entry);
@@ -167,13 +178,17 @@ template <class StringType>
 class PopulateTable
 {
 public:
+    /// The character type of the table's strings.
     typedef typename StringType::value_type Char;
 
+    /// Refers to `table`, which must outlive the function object; lines are
+    /// cut at `separator`.
     PopulateTable(OrvaProperties<StringType>& table, Char separator)
         : m_rTable(table), m_cSeparator(separator)
     {
     }
 
+    /// table.addProperty(line, separator).
     void operator()(const StringType& line) { m_rTable.addProperty(line, m_cSeparator); }
 
 private:
@@ -190,12 +205,18 @@ class OVKIT_API PropertyChanged : public OrvaNotification
 public:
     /// Id 0 and an empty name.
     PropertyChanged();
+    /// The name of the changed property, and an id.
     explicit PropertyChanged(const std::string& name, int id = 0);
+    ///@{
+    /// Copies the id and the name.
     PropertyChanged(const PropertyChanged& other);
     PropertyChanged& operator=(const PropertyChanged& other);
+    ///@}
     ~PropertyChanged() override;
 
+    /// The name of the changed property.
     const std::string& getPropertyName() const { return m_sPropertyName; }
+    /// Replaces the name.
     void setPropertyName(const std::string& name) { m_sPropertyName = name; }
 
 private:
@@ -210,8 +231,12 @@ template <class StringType>
 class OVKIT_API OrvaProperties : public OrvaObjectBase, public OrvaCollaborator
 {
 public:
+    /// The character type of the names and values.
     typedef typename StringType::value_type Char;
+    /// The values of one name, in the order they were added.
     typedef std::vector<StringType> ValueVector;
+    /// The entries, ordered by name (the string type's own order: without
+    /// regard to case for the case-insensitive types).
     typedef std::map<StringType, ValueVector> PropertyMap;
 
     /// An empty multi-valued table.
@@ -299,9 +324,9 @@ public:
     bool savePropertiesImpl(const std::string& path);
 
 protected:
-    mutable OrvaCriticalSectionObject m_oPropertyLock;
-    PropertyMap m_mapProperties;
-    bool m_bMultiValued;
+    mutable OrvaCriticalSectionObject m_oPropertyLock; ///< Guards the entries.
+    PropertyMap m_mapProperties;                       ///< The entries.
+    bool m_bMultiValued;                               ///< False: a repeated name replaces its values.
     /// Unused; kept empty.
     StringType m_sReserved;
 

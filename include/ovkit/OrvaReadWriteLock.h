@@ -54,7 +54,7 @@ public:
     /// Destroys the lock without releasing it.
     ~RwLockImplementation() override;
 
-    pthread_rwlock_t m_rwLock;
+    pthread_rwlock_t m_rwLock; ///< The lock itself, shared by every handle.
 };
 
 namespace OrvaSupport

@@ -111,6 +111,7 @@ template <class S>
 class OVKIT_API OrvaRegularExpressionImplementation
 {
 public:
+    /// The character type of patterns and texts.
     typedef typename S::value_type Char;
 
     /// The failed-search result and the absent position, 0xFFFFFFFF.
@@ -119,6 +120,7 @@ public:
     /// One compiled token.
     struct ExpressionToken
     {
+        /// What the token matches.
         enum t_Type : int
         {
             InSet = 0,    ///< one character that is in `segment`
@@ -128,33 +130,36 @@ public:
             Begin = 4,    ///< the match starts where the search started
             End = 5       ///< the match ends at the end of the text
         };
+        /// How often the token may match in a row.
         enum t_Factor : int
         {
-            One = 0,
-            ZeroOrOne = 1,
-            ZeroOrMore = 2,
-            OneOrMore = 3
+            One = 0,        ///< exactly once (no factor)
+            ZeroOrOne = 1,  ///< `?`
+            ZeroOrMore = 2, ///< `*`
+            OneOrMore = 3   ///< `+`
         };
 
-        t_Type type;
-        t_Factor factor;
+        t_Type type;     ///< What it matches.
+        t_Factor factor; ///< How often.
         /// The text of a literal, or the members of a set one after another
         /// (ranges written out, duplicates allowed); empty otherwise.
         S segment;
     };
 
+    /// A compiled pattern: its tokens in pattern order.
     typedef std::vector<ExpressionToken> TokenList;
+    /// A position in a token list.
     typedef typename TokenList::const_iterator iterator;
 
     /// One entry of a search's match stack.
     struct MatchToken
     {
-        /// The text of the entry: the one character matched by a set or
-        /// `.`, the token's segment for a literal. Stored only by a traced
-        /// search, so that an untraced one copies no text.
+        /// The text of the entry: the one character matched by a set or by
+        /// the dot, the token's segment for a literal. Stored only by a
+        /// traced search, so that an untraced one copies no text.
         S segment;
-        unsigned int position;
-        unsigned int length;
+        unsigned int position; ///< Offset of the matched piece in the text.
+        unsigned int length;   ///< Length of the matched piece.
         /// Index of the entry to go back to; -1 when there is none.
         int previous;
         /// The token that made the entry.
@@ -199,6 +204,7 @@ public:
     /// 0xFFFFFFFF characters or more.
     unsigned int find(const S& text, unsigned int& length, unsigned int pos) const;
 
+    ///@{
     /// Steps of a search. Each tries `token` at `pos`; on success it pushes
     /// an entry (addMatch) and returns the offset behind the match, otherwise
     /// npos. A literal is looked for from `pos` on, and accepted elsewhere
@@ -209,6 +215,7 @@ public:
                           std::vector<MatchToken>& stack) const;
     unsigned int matchSet(const S& text, unsigned int pos, iterator token,
                           std::vector<MatchToken>& stack) const;
+    ///@}
     /// Sets the entry's token and back link and pushes a copy; always true.
     bool addMatch(MatchToken& match, iterator token, std::vector<MatchToken>& stack) const;
 

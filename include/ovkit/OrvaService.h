@@ -126,6 +126,7 @@ public:
 
     /// The second name given to the five-argument constructor; empty otherwise.
     std::string serviceName() const;
+    /// The state, read without a lock.
     t_ServiceState state() const;
     /// The stop event. Setting it directly ends start just as stop does, with
     /// the state going straight from serviceRunning to serviceStopped.
@@ -136,23 +137,27 @@ public:
     static OrvaService* getService();
 
 protected:
-    // What the constructors were given. The frame reads only the service
-    // name; the other names and the option mean whatever the subclass wants.
+    ///@{
+    /// What the constructors were given. The frame reads only the service
+    /// name; the other names and the option mean whatever the subclass wants.
     std::string m_sFirstName;
     std::string m_sServiceName;
     std::string m_sThirdName;
     std::string m_sFourthName;
-    // Always empty.
+    ///@}
+    ///@{
+    /// Always empty.
     std::string m_sSpare;
     std::wstring m_wsSpare;
+    ///@}
 
-    OrvaEvent m_oStopEvent;
-    // Set when start takes the daemon road; nothing reads it.
+    OrvaEvent m_oStopEvent; ///< See getEventObject().
+    /// Set when start takes the daemon road; nothing reads it.
     bool m_bDaemon;
-    bool m_bOption;
-    t_ServiceState m_nState;
+    bool m_bOption;          ///< See m_sFirstName.
+    t_ServiceState m_nState; ///< See state().
 
-    static OrvaService* m_pThis;
+    static OrvaService* m_pThis; ///< See getService().
 
 private:
     bool startInForeground(const std::string& argument);

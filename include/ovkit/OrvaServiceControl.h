@@ -30,6 +30,7 @@ namespace OrvaSupport
 class OVKIT_API OrvaServiceControlException
 {
 public:
+    /// Keeps both values as they are.
     OrvaServiceControlException(int code, int detail) : m_nCode(code), m_nDetail(detail) {}
 
     /// 99: the operation is not available.
@@ -49,7 +50,11 @@ public:
 
     virtual ~OrvaServiceControl();
 
-    // Each operation lets only OrvaServiceControlException leave it.
+    ///@{
+    /// Starts, stops or restarts the service, or asks for its status, its
+    /// start type or whether it is installed, or sets its start type; see
+    /// the top of this file for what a back end returns. Each operation lets
+    /// only OrvaServiceControlException leave it.
     virtual bool StartService() = 0;
     virtual bool StopService() = 0;
     virtual bool RestartService() = 0;
@@ -57,8 +62,10 @@ public:
     virtual int GetServiceStartType() = 0;
     virtual bool SetServiceStartType(unsigned int startType) = 0;
     virtual bool IsServiceInstalled() = 0;
+    ///@}
 
 protected:
+    /// Keeps the name.
     explicit OrvaServiceControl(const std::string& name);
 
     /// The service's name, as given.
@@ -70,9 +77,12 @@ protected:
 class OVKIT_API OrvaServiceControlLin : public OrvaServiceControl
 {
 public:
+    /// Keeps the name; touches nothing else.
     explicit OrvaServiceControlLin(const std::string& name);
     ~OrvaServiceControlLin() override;
 
+    ///@{
+    /// Throws OrvaServiceControlException(99, 0).
     bool StartService() override;
     bool StopService() override;
     bool RestartService() override;
@@ -80,6 +90,7 @@ public:
     int GetServiceStartType() override;
     bool SetServiceStartType(unsigned int startType) override;
     bool IsServiceInstalled() override;
+    ///@}
 };
 
 } // namespace OrvaSupport

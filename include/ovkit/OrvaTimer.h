@@ -70,8 +70,8 @@ public:
         /// operator< or operator==.
         bool operator<=(const TimeInterval& b) const;
 
-        long m_nSeconds;
-        long m_nMilliseconds;
+        long m_nSeconds;      ///< Whole seconds.
+        long m_nMilliseconds; ///< Milliseconds beyond them, below 1000 after set().
     };
 
     /// Zero interval, not one-shot, idle.
@@ -94,6 +94,7 @@ public:
     virtual void start(long seconds, long milliseconds, bool oneShot);
     /// Takes a queued timer off the list; an idle timer is left alone.
     virtual void stop();
+    /// The one-shot flag last given.
     virtual bool isOneShot() const;
 
     /// True while the timer is on the manager's list.
@@ -122,8 +123,8 @@ private:
 /// in signal context. A child process after fork() keeps its timers: the
 /// system timer is armed again there. One library thread waits ahead for the
 /// system timer's next expiry; it stays after the last timer stopped, until
-/// that expiry (at most the longest interval armed) or the library's unload. At unload the manager waits (at most
-/// two seconds) for the library's own threads that are still under way.
+/// that expiry (at most the longest interval armed) or the library's unload. At unload the manager waits (at
+/// most two seconds) for the library's own threads that are still under way.
 class OVKIT_API OrvaTimerManager
 {
 public:

@@ -42,6 +42,7 @@ class OVKIT_API OrvaTreeNode : public OrvaObjectBase, public OrvaCollaborator
 public:
     /// An empty key, no children, no parent.
     OrvaTreeNode();
+    /// `key`, no children, no parent. Not explicit: a string converts.
     OrvaTreeNode(const std::string& key);
     /// Copies the key, the parent pointer and the list of children: the
     /// children are shared with `other`, not copied. The copy starts with no
@@ -55,6 +56,7 @@ public:
     /// Drops the references to the children.
     ~OrvaTreeNode() noexcept(false) override;
 
+    /// The key.
     const std::string& getKey() const;
     /// Changes the key only: the node is not moved to its new sorted place
     /// among its siblings.

@@ -60,8 +60,11 @@ public:
     OrvaVersion(int*);
     /// parse(text) on an empty version; throws as parse() does.
     OrvaVersion(const std::string& text);
+    ///@{
+    /// Copies the numbers and the word.
     OrvaVersion(const OrvaVersion& other);
     OrvaVersion& operator=(const OrvaVersion& other);
+    ///@}
     /// Empties the version, then parse(text). After a throw the version holds
     /// the numbers read before the malformed part.
     OrvaVersion& operator=(const std::string& text);
@@ -110,6 +113,7 @@ private:
 /// the versions that compare equal to its lower bound. Stateless.
 struct OVKIT_API OrvaVersionRange
 {
+    /// True when `version` lies in `range` (lower bound, upper bound).
     bool operator()(const std::pair<OrvaVersion, OrvaVersion>& range, const OrvaVersion& version) const;
 };
 
