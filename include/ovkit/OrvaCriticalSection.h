@@ -1,26 +1,27 @@
-// Recursive, lazily opened, recoverable locks.
-//
-//     static OrvaCriticalSectionObject s_lock;      // zero-filled: valid, unopened
-//     {
-//         OrvaCriticalSection guard(s_lock, true);  // held until the end of the scope
-//         ...
-//     }
-//
-// OrvaCriticalSectionObject is a handle: the lock itself comes into being at
-// the first operation. Copies of an opened handle name the same lock; a copy
-// of an unopened handle opens a lock of its own. Recursion is counted by the
-// class on a plain, non-recursive mutex. Every thread keeps a private list of
-// the locks it holds, so that OrvaCriticalSectionRecoverFn, run on that thread
-// (the library's threads install it as their cancellation clean-up), gives
-// them all back.
-//
-// A thread that ends normally while it holds a lock leaves it held for ever.
-//
-// Killed threads. A thread may be cancelled at any instruction of lock(),
-// unlock(), testAndSet(), unwind() and the guard: it gives back exactly the
-// locks it held or had just taken, and a thread blocked in lock() dies where
-// it waits. The guard's destructor may therefore let a cancellation pass
-// (noexcept(false)); keep a guard out of destructors that must not throw.
+/// \file
+/// Recursive, lazily opened, recoverable locks.
+///
+///     static OrvaCriticalSectionObject s_lock;      // zero-filled: valid, unopened
+///     {
+///         OrvaCriticalSection guard(s_lock, true);  // held until the end of the scope
+///         ...
+///     }
+///
+/// OrvaCriticalSectionObject is a handle: the lock itself comes into being at
+/// the first operation. Copies of an opened handle name the same lock; a copy
+/// of an unopened handle opens a lock of its own. Recursion is counted by the
+/// class on a plain, non-recursive mutex. Every thread keeps a private list of
+/// the locks it holds, so that OrvaCriticalSectionRecoverFn, run on that thread
+/// (the library's threads install it as their cancellation clean-up), gives
+/// them all back.
+///
+/// A thread that ends normally while it holds a lock leaves it held for ever.
+///
+/// Killed threads. A thread may be cancelled at any instruction of lock(),
+/// unlock(), testAndSet(), unwind() and the guard: it gives back exactly the
+/// locks it held or had just taken, and a thread blocked in lock() dies where
+/// it waits. The guard's destructor may therefore let a cancellation pass
+/// (noexcept(false)); keep a guard out of destructors that must not throw.
 #ifndef OVKIT_ORVACRITICALSECTION_H
 #define OVKIT_ORVACRITICALSECTION_H
 

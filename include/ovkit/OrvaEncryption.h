@@ -1,37 +1,40 @@
-// Blowfish encryption of byte strings, under a key handed in with every call.
-//
-//     OrvaEncryption cipher;                          // StrengthHigh: chained blocks
-//     std::string secret, plain;
-//     cipher.encryptData(key, std::string("8 bytes!16 bytes"), secret);
-//     cipher.decryptData(key, secret, plain);         // "8 bytes!16 bytes"
-//
-// Input and output are std::string objects used as plain byte containers. The
-// result is raw cipher text: no header, no length field, no text encoding
-// (OrvaBytesToHex makes text of it). Nothing is stored in the library: the
-// caller keeps the key. A wrong key is not detected, since there is no
-// integrity check: decryption then gives other bytes and reports success.
-//
-// Strength picks the mode of operation:
-//   StrengthLow   each 8-byte block on its own (ECB)
-//   StrengthHigh  cipher block chaining (CBC) with an initial value of zero,
-//                 anew on every call
-// Either way the cipher is Blowfish with a key of up to 72 bytes; further key
-// bytes are ignored, and a key shorter than 72 bytes is repeated to that
-// length, as in Blowfish's own key schedule.
-//
-// There is no padding. Output has the length of the input (an output string
-// that is longer keeps its tail), so a caller hands in whole 8-byte blocks
-// and keeps the plain length itself. The bytes of a last, partial block are
-// worked on as the start of a block filled up with zeros, and only as many
-// bytes of the result are kept: that tail cannot be decrypted.
-//
-// encryptDataImpl runs the key schedule (521 block encryptions) on every
-// call; decryptDataImpl keeps it while the key stays the same, until a
-// setStrength(StrengthLow or StrengthHigh) or a copy.
-//
-// Thread safety: an object holds its key schedule and takes no lock; each of
-// encryptDataImpl, decryptDataImpl and setStrength writes it, so an object
-// belongs to one thread at a time. Different objects may work in parallel.
+/// \file
+/// Blowfish encryption of byte strings, under a key handed in with every call.
+///
+///     OrvaEncryption cipher;                          // StrengthHigh: chained blocks
+///     std::string secret, plain;
+///     cipher.encryptData(key, std::string("8 bytes!16 bytes"), secret);
+///     cipher.decryptData(key, secret, plain);         // "8 bytes!16 bytes"
+///
+/// Input and output are std::string objects used as plain byte containers. The
+/// result is raw cipher text: no header, no length field, no text encoding
+/// (OrvaBytesToHex makes text of it). Nothing is stored in the library: the
+/// caller keeps the key. A wrong key is not detected, since there is no
+/// integrity check: decryption then gives other bytes and reports success.
+///
+/// Strength picks the mode of operation:
+///
+///     StrengthLow   each 8-byte block on its own (ECB)
+///     StrengthHigh  cipher block chaining (CBC) with an initial value of zero,
+///                   anew on every call
+///
+/// Either way the cipher is Blowfish with a key of up to 72 bytes; further key
+/// bytes are ignored, and a key shorter than 72 bytes is repeated to that
+/// length, as in Blowfish's own key schedule.
+///
+/// There is no padding. Output has the length of the input (an output string
+/// that is longer keeps its tail), so a caller hands in whole 8-byte blocks
+/// and keeps the plain length itself. The bytes of a last, partial block are
+/// worked on as the start of a block filled up with zeros, and only as many
+/// bytes of the result are kept: that tail cannot be decrypted.
+///
+/// encryptDataImpl runs the key schedule (521 block encryptions) on every
+/// call; decryptDataImpl keeps it while the key stays the same, until a
+/// setStrength(StrengthLow or StrengthHigh) or a copy.
+///
+/// Thread safety: an object holds its key schedule and takes no lock; each of
+/// encryptDataImpl, decryptDataImpl and setStrength writes it, so an object
+/// belongs to one thread at a time. Different objects may work in parallel.
 #ifndef OVKIT_ORVAENCRYPTION_H
 #define OVKIT_ORVAENCRYPTION_H
 

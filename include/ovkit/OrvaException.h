@@ -1,21 +1,22 @@
-// The library's failure type and its derived classes.
-//
-//     try { ... throw OrvaException("OrvaFoo::bar: no such file", 0); }
-//     catch (OrvaException& e) { e.pushMessage(L"while loading the settings"); throw; }
-//     ...
-//     std::wcerr << e.getFormattedMessages();   // newest line first, the first text last
-//
-// OrvaException carries a wide text, an integer code and a stack of wide
-// messages to which each layer that passes the failure on may add a line. It
-// has no base class (it is not a std::exception): catch it by reference by
-// this name. Narrow texts are widened, and getText() narrows, with the
-// library's default locale (OrvaLocaleFactory::getDefaultLocale).
-//
-// The derived classes add no field: each only forms its text from a fixed
-// prefix and its argument and passes it, with code 0, to the narrow-text
-// constructor, so the text is also the first entry of the message stack.
-//
-// An exception object is meant for one thread at a time.
+/// \file
+/// The library's failure type and its derived classes.
+///
+///     try { ... throw OrvaException("OrvaFoo::bar: no such file", 0); }
+///     catch (OrvaException& e) { e.pushMessage(L"while loading the settings"); throw; }
+///     ...
+///     std::wcerr << e.getFormattedMessages();   // newest line first, the first text last
+///
+/// OrvaException carries a wide text, an integer code and a stack of wide
+/// messages to which each layer that passes the failure on may add a line. It
+/// has no base class (it is not a std::exception): catch it by reference by
+/// this name. Narrow texts are widened, and getText() narrows, with the
+/// library's default locale (OrvaLocaleFactory::getDefaultLocale).
+///
+/// The derived classes add no field: each only forms its text from a fixed
+/// prefix and its argument and passes it, with code 0, to the narrow-text
+/// constructor, so the text is also the first entry of the message stack.
+///
+/// An exception object is meant for one thread at a time.
 #ifndef OVKIT_ORVAEXCEPTION_H
 #define OVKIT_ORVAEXCEPTION_H
 

@@ -1,23 +1,24 @@
-// The library's default locale, locales for a few known languages, and the
-// language and country codes of a locale's name.
-//
-//     std::locale loc = OrvaLocaleFactory::getDefaultLocale(true);  // fixed at load
-//     OrvaLocaleFactory::initializeLanguageCountryCode();          // once, at program start
-//     std::string lang = OrvaLocaleFactory::getLanguage(loc);      // "en" for en_US.UTF-8
-//
-// Two forms of locale name are understood: the POSIX form "en_US.UTF-8",
-// whose pieces already are the codes, and the long form
-// "English_United States.1252", whose pieces the tables below turn into codes
-// once initializeLanguageCountryCode() has filled the maps. Before that, or
-// for a name the tables do not know, the pieces are returned as they stand.
-//
-// The default locale is the locale of the environment ("" in the C library's
-// sense), taken once while the library loads; when the environment names a
-// locale the system lacks, it is the global locale of that moment instead,
-// and the library loads all the same. Nothing here throws to the caller.
-//
-// The maps are plain data without a lock: fill them at the start of the
-// program, before other threads use the lookups.
+/// \file
+/// The library's default locale, locales for a few known languages, and the
+/// language and country codes of a locale's name.
+///
+///     std::locale loc = OrvaLocaleFactory::getDefaultLocale(true);  // fixed at load
+///     OrvaLocaleFactory::initializeLanguageCountryCode();          // once, at program start
+///     std::string lang = OrvaLocaleFactory::getLanguage(loc);      // "en" for en_US.UTF-8
+///
+/// Two forms of locale name are understood: the POSIX form "en_US.UTF-8",
+/// whose pieces already are the codes, and the long form
+/// "English_United States.1252", whose pieces the tables below turn into codes
+/// once initializeLanguageCountryCode() has filled the maps. Before that, or
+/// for a name the tables do not know, the pieces are returned as they stand.
+///
+/// The default locale is the locale of the environment ("" in the C library's
+/// sense), taken once while the library loads; when the environment names a
+/// locale the system lacks, it is the global locale of that moment instead,
+/// and the library loads all the same. Nothing here throws to the caller.
+///
+/// The maps are plain data without a lock: fill them at the start of the
+/// program, before other threads use the lookups.
 #ifndef OVKIT_ORVALOCALEFACTORY_H
 #define OVKIT_ORVALOCALEFACTORY_H
 

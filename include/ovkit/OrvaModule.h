@@ -1,26 +1,30 @@
-// Module lifetime frame: what makes the library ready when it is loaded and
-// quiet when it is unloaded.
-//
-// Every module record (the library's own g_ModuleData, and any record a
-// client derives from ModuleData) joins one process-wide list at
-// construction. ModuleData::entry() attaches the records oldest first;
-// ModuleData::exit() detaches them newest first. A client that wants to drive
-// the list at one point of its own uses the bracket:
-//
-//     int main() { OrvaSupport::ModuleDataControl control; ... }
-//
-// The library's record is constructed before the other static objects of the
-// library (only the thread exit list comes earlier, so that it outlives the
-// stop sequence) and destroyed after them, so its start sequence runs first
-// at load and its stop sequence last at unload:
-//   start: OVKITInitOrvaObjectBase, OVKITInitOrvaThread, OVKITInitOrvaLogging,
-//          OVKITInitOrvaTimer, OVKITInitOrvaLoggingTimer;
-//   stop:  OrvaObjectFactory::deleteGlobalInstance first, then the
-//          OVKITFinit... functions in the reverse order,
-//          OVKITFinitOrvaObjectBase last. The timer step waits, at most two
-//          seconds, for the library's own threads still under way.
-// Nothing here locks: the list is touched during static initialisation and
-// termination, or by a ModuleDataControl on the main thread before threads start.
+/// \file
+/// Module lifetime frame: what makes the library ready when it is loaded and
+/// quiet when it is unloaded.
+///
+/// Every module record (the library's own g_ModuleData, and any record a
+/// client derives from ModuleData) joins one process-wide list at
+/// construction. ModuleData::entry() attaches the records oldest first;
+/// ModuleData::exit() detaches them newest first. A client that wants to drive
+/// the list at one point of its own uses the bracket:
+///
+///     int main() { OrvaSupport::ModuleDataControl control; ... }
+///
+/// The library's record is constructed before the other static objects of the
+/// library (only the thread exit list comes earlier, so that it outlives the
+/// stop sequence) and destroyed after them, so its start sequence runs first
+/// at load and its stop sequence last at unload:
+///
+///     start: OVKITInitOrvaObjectBase, OVKITInitOrvaThread, OVKITInitOrvaLogging,
+///            OVKITInitOrvaTimer, OVKITInitOrvaLoggingTimer;
+///     stop:  OrvaObjectFactory::deleteGlobalInstance first, then the
+///            OVKITFinit... functions in the reverse order,
+///            OVKITFinitOrvaObjectBase last.
+///
+/// The timer step of the stop sequence waits, at most two seconds, for the
+/// library's own threads still under way.
+/// Nothing here locks: the list is touched during static initialisation and
+/// termination, or by a ModuleDataControl on the main thread before threads start.
 #ifndef OVKIT_ORVAMODULE_H
 #define OVKIT_ORVAMODULE_H
 
@@ -84,8 +88,12 @@ public:
     virtual ~ModuleDataControl();
 };
 
-// Initialise and finalise functions of the subsystems, called by the
-// library's module record. The logging pairs do nothing.
+///@{
+/// Initialise and finalise functions of the subsystems, called by the
+/// library's module record; a client has no need to call them. The thread
+/// step sets up the library's run time and the handler of SIGUSR2, the timer
+/// step the handlers of SIGALRM and SIGUSR1; finalising the timers deletes
+/// the timer manager. The thread finaliser and the logging pairs do nothing.
 OVKIT_API void OVKITInitOrvaThread();
 OVKIT_API void OVKITFinitOrvaThread();
 OVKIT_API void OVKITInitOrvaLogging();
@@ -94,6 +102,7 @@ OVKIT_API void OVKITInitOrvaTimer();
 OVKIT_API void OVKITFinitOrvaTimer();
 OVKIT_API void OVKITInitOrvaLoggingTimer();
 OVKIT_API void OVKITFinitOrvaLoggingTimer();
+///@}
 
 } // namespace OrvaSupport
 

@@ -1,18 +1,19 @@
-// Observers: a collaborator tells its dependents about things that happen.
-//
-//     class Watcher : public OrvaDependent
-//     {
-//         void handleNotification(OrvaCollaborator& from, const OrvaNotification& n) override { ... }
-//     };
-//     Watcher w;
-//     event.addDependent(w);          // w is told of every set() of the event
-//     ...
-//     event.removeDependent(w);       // before w dies: the list holds plain pointers
-//
-// OrvaCollaborator is the subject: it keeps a list of OrvaDependent pointers,
-// which it does not own, and hands each of them an OrvaNotification. Events,
-// threads and timers are built on it; the derived notifications carry the
-// data of their sender (OrvaEventNotification, OrvaThread::ThreadDone).
+/// \file
+/// Observers: a collaborator tells its dependents about things that happen.
+///
+///     class Watcher : public OrvaDependent
+///     {
+///         void handleNotification(OrvaCollaborator& from, const OrvaNotification& n) override { ... }
+///     };
+///     Watcher w;
+///     event.addDependent(w);          // w is told of every set() of the event
+///     ...
+///     event.removeDependent(w);       // before w dies: the list holds plain pointers
+///
+/// OrvaCollaborator is the subject: it keeps a list of OrvaDependent pointers,
+/// which it does not own, and hands each of them an OrvaNotification. Events,
+/// threads and timers are built on it; the derived notifications carry the
+/// data of their sender (OrvaEventNotification, OrvaThread::ThreadDone).
 #ifndef OVKIT_ORVANOTIFICATION_H
 #define OVKIT_ORVANOTIFICATION_H
 

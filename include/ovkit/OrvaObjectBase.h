@@ -1,15 +1,16 @@
-// The reference-counted object root and its intrusive smart pointer.
-//
-// Every shared object of the library derives from OrvaObjectBase and lives
-// as long as some OrvaSmartPointer holds it:
-//
-//     OrvaSmartPointer<OrvaObjectBase> p(new MyObject);   // count 1
-//     OrvaSmartPointer<OrvaObjectBase> q(p);              // count 2
-//     p = nullptr;                                         // count 1; q's end deletes it
-//
-// All counting goes through one process-wide critical section,
-// g_pCriticalSection, which the module frame creates first at load and
-// destroys last at unload (see OrvaModule.h).
+/// \file
+/// The reference-counted object root and its intrusive smart pointer.
+///
+/// Every shared object of the library derives from OrvaObjectBase and lives
+/// as long as some OrvaSmartPointer holds it:
+///
+///     OrvaSmartPointer<OrvaObjectBase> p(new MyObject);   // count 1
+///     OrvaSmartPointer<OrvaObjectBase> q(p);              // count 2
+///     p = nullptr;                                         // count 1; q's end deletes it
+///
+/// All counting goes through one process-wide critical section,
+/// g_pCriticalSection, which the module frame creates first at load and
+/// destroys last at unload (see OrvaModule.h).
 #ifndef OVKIT_ORVAOBJECTBASE_H
 #define OVKIT_ORVAOBJECTBASE_H
 

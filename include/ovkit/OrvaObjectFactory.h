@@ -1,17 +1,18 @@
-// Creation of reference-counted objects from a class name.
-//
-//     OrvaObjectBase* makeWidget() { return new Widget; }
-//     OrvaObjectFactory::getGlobalInstance()->add("Widget", &makeWidget);
-//     OrvaSmartPointer<OrvaObjectBase> w = OrvaObjectFactory::getGlobalInstance()->construct("Widget");
-//
-// A class enters a factory as a plain creator function, or as a registration
-// object whose createInstance() builds the object. Names are keys as given,
-// compared byte for byte: nothing normalises them. Where one name stands both
-// as a registration and as a creator, the registration wins.
-//
-// One process-wide factory, getGlobalInstance(), exists beside any that a
-// client makes. The library's stop sequence deletes it first of all (see
-// OrvaModule.h).
+/// \file
+/// Creation of reference-counted objects from a class name.
+///
+///     OrvaObjectBase* makeWidget() { return new Widget; }
+///     OrvaObjectFactory::getGlobalInstance()->add("Widget", &makeWidget);
+///     OrvaSmartPointer<OrvaObjectBase> w = OrvaObjectFactory::getGlobalInstance()->construct("Widget");
+///
+/// A class enters a factory as a plain creator function, or as a registration
+/// object whose createInstance() builds the object. Names are keys as given,
+/// compared byte for byte: nothing normalises them. Where one name stands both
+/// as a registration and as a creator, the registration wins.
+///
+/// One process-wide factory, getGlobalInstance(), exists beside any that a
+/// client makes. The library's stop sequence deletes it first of all (see
+/// OrvaModule.h).
 #ifndef OVKIT_ORVAOBJECTFACTORY_H
 #define OVKIT_ORVAOBJECTFACTORY_H
 

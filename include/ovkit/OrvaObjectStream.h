@@ -1,33 +1,34 @@
-// Value streams: simple values turned into a byte sequence in memory, and back.
-//
-//     OrvaBufferStream out;
-//     out << 7 << 2.5 << 'x';
-//     OrvaBufferStream in(out.buffer(), out.size() + 4);   // a copy of the image
-//     int n; double d; char c;
-//     in >> n >> d >> c;                                   // 7, 2.5, 'x'
-//
-// The stream carries no type information: the order of the values is the
-// whole schema, and writer and reader must agree on it. OrvaInputObjectStream
-// and OrvaOutputObjectStream define the value operators over a pure read()
-// and write(); OrvaBufferStream is a growable block that is both.
-//
-// The image that buffer() hands out is external, byte for byte and
-// little-endian: a 4-byte payload count, then the values back to back with no
-// padding. char takes 1 byte, short 2, int 4, float 4, double 8; long and
-// unsigned long take 4 bytes whatever the width of the type (so do int64_t
-// and size_t, which are long on this platform), and a wchar_t takes 4.
-//
-// Text is not symmetric, on purpose: the writers put a 4-byte length before
-// text, the readers expect a 2-byte one. Text written with operator<< comes
-// back through operator>> empty, and leaves the reader two bytes out of step:
-// of the prefix 03 00 00 00 the reader takes 03 00 as the length and the two
-// zero bytes as the start of the text. Text that operator>> is to read whole
-// must reach the stream with a 2-byte prefix, for instance by two calls of
-// write().
-//
-// No operator reports failure. A value read from a stream that holds too few
-// bytes keeps its old bytes behind those delivered; a value whose write
-// cannot be stored is lost.
+/// \file
+/// Value streams: simple values turned into a byte sequence in memory, and back.
+///
+///     OrvaBufferStream out;
+///     out << 7 << 2.5 << 'x';
+///     OrvaBufferStream in(out.buffer(), out.size() + 4);   // a copy of the image
+///     int n; double d; char c;
+///     in >> n >> d >> c;                                   // 7, 2.5, 'x'
+///
+/// The stream carries no type information: the order of the values is the
+/// whole schema, and writer and reader must agree on it. OrvaInputObjectStream
+/// and OrvaOutputObjectStream define the value operators over a pure read()
+/// and write(); OrvaBufferStream is a growable block that is both.
+///
+/// The image that buffer() hands out is external, byte for byte and
+/// little-endian: a 4-byte payload count, then the values back to back with no
+/// padding. char takes 1 byte, short 2, int 4, float 4, double 8; long and
+/// unsigned long take 4 bytes whatever the width of the type (so do int64_t
+/// and size_t, which are long on this platform), and a wchar_t takes 4.
+///
+/// Text is not symmetric, on purpose: the writers put a 4-byte length before
+/// text, the readers expect a 2-byte one. Text written with operator<< comes
+/// back through operator>> empty, and leaves the reader two bytes out of step:
+/// of the prefix 03 00 00 00 the reader takes 03 00 as the length and the two
+/// zero bytes as the start of the text. Text that operator>> is to read whole
+/// must reach the stream with a 2-byte prefix, for instance by two calls of
+/// write().
+///
+/// No operator reports failure. A value read from a stream that holds too few
+/// bytes keeps its old bytes behind those delivered; a value whose write
+/// cannot be stored is lost.
 #ifndef OVKIT_ORVAOBJECTSTREAM_H
 #define OVKIT_ORVAOBJECTSTREAM_H
 

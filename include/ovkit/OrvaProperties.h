@@ -1,71 +1,73 @@
-// Tables of named text settings, and the property files they are read from.
-//
-//     OrvaSmartPointer<OrvaProperties<std::string> > props(new OrvaProperties<std::string>());
-//     props->loadProperties("/etc/agent/agent.properties", '=');   // throws if unreadable
-//     std::string port = props->getProperty("port", std::string("8080"));
-//
-// An OrvaProperties table maps a name to an ordered list of text values: one
-// value in the ordinary case, several when a name was added more than once.
-// All values are text; a client that wants a number parses the string.
-//
-// The template is built into the library for four string types, and only
-// these may be used:
-//
-//     std::string, std::wstring          names compared character by character
-//     ci_string, ci_wstring              names compared without regard to case
-//                                        ("Path", "PATH" and "path" are one
-//                                        name; the spelling added first is kept)
-//
-// Duplicates. A table built multi-valued (the default) keeps every value of a
-// repeated name and answers with the first one; a later value never disturbs
-// an earlier one. A table built single-valued overwrites, and so answers with
-// the last one.
-//
-// Property files. A line is a name and a value around a separator chosen by
-// the caller; there are no sections, quoting, escapes, continuations or
-// variables. For the line `name<sep>value`:
-//   - a line whose very first character is '#' is a comment; a '#' anywhere
-//     else is an ordinary character;
-//   - the name is everything in front of the first separator, blanks and all
-//     ("key = value" gives a name that ends in a blank);
-//   - the value starts behind that separator, loses its leading blanks (0x20
-//     only, not tabs) and keeps its trailing ones; it ends at the line's first
-//     carriage return, else at its first line feed, else at the end of the
-//     line (if that character stands in front of the separator, the value
-//     runs to the end of the line); further separators belong to the value;
-//   - a line without separator is a name with an empty value;
-//   - a line with an empty name (empty, or starting with the separator)
-//     stores nothing.
-// In the case-insensitive tables the search for the separator folds case too.
-//
-// A file whose first two bytes are 0xFF 0xFE is read as 16-bit little-endian
-// text behind that byte order mark, lines ending at 0x000A (a 0x000D right in
-// front of it is dropped as well), surrogate pairs not combined. Wide tables
-// keep each 16-bit unit as one character; narrow tables keep only the low
-// byte, so anything beyond the first 256 code points is damaged. Any other
-// file is plain text read by lines up to a line feed: narrow tables as bytes,
-// wide tables decoded line by line with the conversion of the global C++
-// locale at the time of the load (with the classic locale, reading stops at
-// the first line that holds a byte above 0x7F; that line is not stored).
-// Pipes, FIFOs and /dev/stdin read like files: the mark is looked for
-// without seeking, and the file is opened once. A plain file with CR LF line ends keeps the
-// carriage return in names of lines without a separator, so each of its
-// empty lines stores the name "\r" with an empty value. No other byte order
-// mark is known: a UTF-8 mark becomes part of the first name.
-//
-// Loading merges into the table and never clears it. Saving always writes
-// plain text with "=", in the table's order, first values only, with no
-// escaping and no byte order mark, names and values cut at a zero character.
-// So a saved file loses comments, blank lines, the order of the file read and
-// every value but the first of a name; a name holding '=' comes back split
-// and a value starting with blanks comes back without them.
-//
-// Threads. Single operations by name (add, set, remove and the getters by
-// name) take the table's lock. size(), getProperties(), forEach(), copying,
-// and saving do not; a load takes the lock once per stored line, so other
-// threads see the table grow line by line. A thread killed inside one of the
-// locked operations finishes it first (the operation allocates, and must not
-// be cut short), then dies; the table's lock is left free.
+/// \file
+/// Tables of named text settings, and the property files they are read from.
+///
+///     OrvaSmartPointer<OrvaProperties<std::string> > props(new OrvaProperties<std::string>());
+///     props->loadProperties("/etc/agent/agent.properties", '=');   // throws if unreadable
+///     std::string port = props->getProperty("port", std::string("8080"));
+///
+/// An OrvaProperties table maps a name to an ordered list of text values: one
+/// value in the ordinary case, several when a name was added more than once.
+/// All values are text; a client that wants a number parses the string.
+///
+/// The template is built into the library for four string types, and only
+/// these may be used:
+///
+///     std::string, std::wstring          names compared character by character
+///     ci_string, ci_wstring              names compared without regard to case
+///                                        ("Path", "PATH" and "path" are one
+///                                        name; the spelling added first is kept)
+///
+/// Duplicates. A table built multi-valued (the default) keeps every value of a
+/// repeated name and answers with the first one; a later value never disturbs
+/// an earlier one. A table built single-valued overwrites, and so answers with
+/// the last one.
+///
+/// Property files. A line is a name and a value around a separator chosen by
+/// the caller; there are no sections, quoting, escapes, continuations or
+/// variables. For the line `name<sep>value`:
+///   - a line whose very first character is '#' is a comment; a '#' anywhere
+///     else is an ordinary character;
+///   - the name is everything in front of the first separator, blanks and all
+///     ("key = value" gives a name that ends in a blank);
+///   - the value starts behind that separator, loses its leading blanks (0x20
+///     only, not tabs) and keeps its trailing ones; it ends at the line's first
+///     carriage return, else at its first line feed, else at the end of the
+///     line (if that character stands in front of the separator, the value
+///     runs to the end of the line); further separators belong to the value;
+///   - a line without separator is a name with an empty value;
+///   - a line with an empty name (empty, or starting with the separator)
+///     stores nothing.
+///
+/// In the case-insensitive tables the search for the separator folds case too.
+///
+/// A file whose first two bytes are 0xFF 0xFE is read as 16-bit little-endian
+/// text behind that byte order mark, lines ending at 0x000A (a 0x000D right in
+/// front of it is dropped as well), surrogate pairs not combined. Wide tables
+/// keep each 16-bit unit as one character; narrow tables keep only the low
+/// byte, so anything beyond the first 256 code points is damaged. Any other
+/// file is plain text read by lines up to a line feed: narrow tables as bytes,
+/// wide tables decoded line by line with the conversion of the global C++
+/// locale at the time of the load (with the classic locale, reading stops at
+/// the first line that holds a byte above 0x7F; that line is not stored).
+/// Pipes, FIFOs and /dev/stdin read like files: the mark is looked for
+/// without seeking, and the file is opened once. A plain file with CR LF line ends keeps the
+/// carriage return in names of lines without a separator, so each of its
+/// empty lines stores the name "\r" with an empty value. No other byte order
+/// mark is known: a UTF-8 mark becomes part of the first name.
+///
+/// Loading merges into the table and never clears it. Saving always writes
+/// plain text with "=", in the table's order, first values only, with no
+/// escaping and no byte order mark, names and values cut at a zero character.
+/// So a saved file loses comments, blank lines, the order of the file read and
+/// every value but the first of a name; a name holding '=' comes back split
+/// and a value starting with blanks comes back without them.
+///
+/// Threads. Single operations by name (add, set, remove and the getters by
+/// name) take the table's lock. size(), getProperties(), forEach(), copying,
+/// and saving do not; a load takes the lock once per stored line, so other
+/// threads see the table grow line by line. A thread killed inside one of the
+/// locked operations finishes it first (the operation allocates, and must not
+/// be cut short), then dies; the table's lock is left free.
 #ifndef OVKIT_ORVAPROPERTIES_H
 #define OVKIT_ORVAPROPERTIES_H
 

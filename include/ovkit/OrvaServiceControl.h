@@ -1,19 +1,20 @@
-// Control of a named operating-system service: start, stop, restart, query
-// and the start type.
-//
-//     OrvaServiceControl* control = OrvaServiceControl::CreateOrvaServiceControl("agent");
-//     try { control->StartService(); }
-//     catch (const OrvaServiceControlException& e) { /* e.m_nCode == 99: not available */ }
-//     delete control;
-//
-// The interface is abstract; its only back end, OrvaServiceControlLin, has no
-// way of controlling a service on this platform. Every one of its operations
-// throws OrvaServiceControlException with code 99 and detail 0, whatever the
-// name and the arguments, so that a client learns at run time that the
-// operation is not there. No command is run, no file is touched and nothing
-// is logged. None of the operations returns: their result types only give a
-// back end that could answer somewhere to report through (bool for done or
-// not, int for a status or a start type).
+/// \file
+/// Control of a named operating-system service: start, stop, restart, query
+/// and the start type.
+///
+///     OrvaServiceControl* control = OrvaServiceControl::CreateOrvaServiceControl("agent");
+///     try { control->StartService(); }
+///     catch (const OrvaServiceControlException& e) { /* e.m_nCode == 99: not available */ }
+///     delete control;
+///
+/// The interface is abstract; its only back end, OrvaServiceControlLin, has no
+/// way of controlling a service on this platform. Every one of its operations
+/// throws OrvaServiceControlException with code 99 and detail 0, whatever the
+/// name and the arguments, so that a client learns at run time that the
+/// operation is not there. No command is run, no file is touched and nothing
+/// is logged. None of the operations returns: their result types only give a
+/// back end that could answer somewhere to report through (bool for done or
+/// not, int for a status or a start type).
 #ifndef OVKIT_ORVASERVICECONTROL_H
 #define OVKIT_ORVASERVICECONTROL_H
 

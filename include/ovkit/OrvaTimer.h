@@ -1,24 +1,25 @@
-// Timers: events that set themselves after an interval, once or repeatedly.
-//
-//     OrvaTimer tick(2000, false);   // every two seconds, once started
-//     tick.reset();                  // start with the stored interval
-//     while (tick.wait(-1) == 0) { ... }
-//
-// All timers of a process share one operating-system timer (ITIMER_REAL). The
-// OrvaTimerManager singleton keeps the queued timers in a list sorted by
-// their next firing, arms the system timer for the earliest one, and at each
-// SIGALRM starts a short-lived thread that sets the timers that are due. A
-// timer's set(), and so its dependents and the waking of its waiters, runs
-// as a rule on that thread.
-//
-// Resolution is whole seconds. A timer's next firing is the current second
-// plus the interval's seconds, with the interval's milliseconds beside it;
-// a firing in the present second is due at once, whatever its milliseconds.
-// So an interval below one second fires as soon as the signals have been
-// handled, and, repeating, fires again after every scan. A repeating timer's
-// next firing counts from the time it fired.
-//
-// The library owns SIGALRM and SIGUSR1; clients leave them alone.
+/// \file
+/// Timers: events that set themselves after an interval, once or repeatedly.
+///
+///     OrvaTimer tick(2000, false);   // every two seconds, once started
+///     tick.reset();                  // start with the stored interval
+///     while (tick.wait(-1) == 0) { ... }
+///
+/// All timers of a process share one operating-system timer (ITIMER_REAL). The
+/// OrvaTimerManager singleton keeps the queued timers in a list sorted by
+/// their next firing, arms the system timer for the earliest one, and at each
+/// SIGALRM starts a short-lived thread that sets the timers that are due. A
+/// timer's set(), and so its dependents and the waking of its waiters, runs
+/// as a rule on that thread.
+///
+/// Resolution is whole seconds. A timer's next firing is the current second
+/// plus the interval's seconds, with the interval's milliseconds beside it;
+/// a firing in the present second is due at once, whatever its milliseconds.
+/// So an interval below one second fires as soon as the signals have been
+/// handled, and, repeating, fires again after every scan. A repeating timer's
+/// next firing counts from the time it fired.
+///
+/// The library owns SIGALRM and SIGUSR1; clients leave them alone.
 #ifndef OVKIT_ORVATIMER_H
 #define OVKIT_ORVATIMER_H
 

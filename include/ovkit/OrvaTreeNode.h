@@ -1,27 +1,28 @@
-// A keyed tree of reference-counted nodes, reached by paths of keys.
-//
-//     OrvaSmartPointer<OrvaTreeNode> root(new OrvaTreeNode);
-//     root->add(new MyNode("daemons/agent/port"), "/");    // makes "daemons" and "agent"
-//     OrvaSmartPointer<OrvaTreeNode> port = root->getNode("daemons / agent/port", "/");
-//
-// A node owns its children through smart pointers; a child lives as long as
-// some parent or client holds it. Levels that a path passes through and that
-// do not exist yet are made as plain OrvaTreeNode objects ("placeholders").
-// Clients derive from OrvaTreeNode to hang their own data in the tree, and
-// the tree treats those nodes differently when a path is added a second time
-// (see add(node, path)).
-//
-// Which nodes are placeholders is decided by the name of the run-time type: a
-// node whose type name contains the text "OrvaTreeNode" is one. A client's
-// class named, say, MyOrvaTreeNode is therefore taken for a placeholder too.
-//
-// Keys are compared as plain byte strings, case-sensitive. Each path entry is
-// trimmed of blanks at both ends before it is used.
-//
-// Thread safety: none beyond the reference counts. A tree that several
-// threads change needs a lock of the caller's. The forms that take a string
-// of delimiters cut the path with the C library's strtok: they must not run
-// on two threads at once, and they disturb a strtok sequence of the caller's.
+/// \file
+/// A keyed tree of reference-counted nodes, reached by paths of keys.
+///
+///     OrvaSmartPointer<OrvaTreeNode> root(new OrvaTreeNode);
+///     root->add(new MyNode("daemons/agent/port"), "/");    // makes "daemons" and "agent"
+///     OrvaSmartPointer<OrvaTreeNode> port = root->getNode("daemons / agent/port", "/");
+///
+/// A node owns its children through smart pointers; a child lives as long as
+/// some parent or client holds it. Levels that a path passes through and that
+/// do not exist yet are made as plain OrvaTreeNode objects ("placeholders").
+/// Clients derive from OrvaTreeNode to hang their own data in the tree, and
+/// the tree treats those nodes differently when a path is added a second time
+/// (see add(node, path)).
+///
+/// Which nodes are placeholders is decided by the name of the run-time type: a
+/// node whose type name contains the text "OrvaTreeNode" is one. A client's
+/// class named, say, MyOrvaTreeNode is therefore taken for a placeholder too.
+///
+/// Keys are compared as plain byte strings, case-sensitive. Each path entry is
+/// trimmed of blanks at both ends before it is used.
+///
+/// Thread safety: none beyond the reference counts. A tree that several
+/// threads change needs a lock of the caller's. The forms that take a string
+/// of delimiters cut the path with the C library's strtok: they must not run
+/// on two threads at once, and they disturb a strtok sequence of the caller's.
 #ifndef OVKIT_ORVATREENODE_H
 #define OVKIT_ORVATREENODE_H
 
