@@ -42,18 +42,18 @@
 ///
 /// A file whose first two bytes are 0xFF 0xFE is read as 16-bit little-endian
 /// text behind that byte order mark, lines ending at 0x000A (a 0x000D right in
-/// front of it is dropped as well), surrogate pairs not combined. Wide tables
-/// keep each 16-bit unit as one character; narrow tables keep only the low
-/// byte, so anything beyond the first 256 code points is damaged. Any other
-/// file is plain text read by lines up to a line feed: narrow tables as bytes,
-/// wide tables decoded line by line with the conversion of the global C++
-/// locale at the time of the load (with the classic locale, reading stops at
-/// the first line that holds a byte above 0x7F; that line is not stored).
-/// Pipes, FIFOs and /dev/stdin read like files: the mark is looked for
-/// without seeking, and the file is opened once. A plain file with CR LF line ends keeps the
-/// carriage return in names of lines without a separator, so each of its
-/// empty lines stores the name "\r" with an empty value. No other byte order
-/// mark is known: a UTF-8 mark becomes part of the first name.
+/// front of it is dropped as well), surrogate pairs not combined, a lone last
+/// byte dropped. Wide tables keep each 16-bit unit as one character; narrow
+/// tables keep only the low byte, so anything beyond the first 256 code points
+/// is damaged. Any other file is plain text read by lines up to a line feed:
+/// narrow tables as bytes, wide tables decoded line by line with the conversion
+/// of the global C++ locale at the time of the load (with the classic locale,
+/// reading stops at the first line that holds a byte above 0x7F; that line is
+/// not stored). Pipes, FIFOs and /dev/stdin read like files: the mark is looked
+/// for without seeking, and the file is opened once. A plain file with CR LF
+/// line ends keeps the carriage return in names of lines without a separator,
+/// so each of its empty lines stores the name "\r" with an empty value. No
+/// other byte order mark is known: a UTF-8 mark becomes part of the first name.
 ///
 /// Loading merges into the table and never clears it. Saving always writes
 /// plain text with "=", in the table's order, first values only, with no
