@@ -1,8 +1,15 @@
 # Front door: `make demo` runs the example daemon for three ticks, `make test`
 # builds and runs the test suite, `make asan` does the same under the address
 # and undefined-behaviour sanitizers, `make bench` measures the library against
-# its peers and prints the table (see BENCHMARKS.md).
-.PHONY: all deps build test asan demo bench clean
+# its peers and prints the table (see BENCHMARKS.md). `make abi-check` compares
+# the library's binary interface with the committed baseline
+# (abi/libovkit.so.1.abi), and `make abi-baseline` records the current one there.
+# `make package` builds the Debian packages libovkit1 and libovkit-dev into
+# build/default/packages and checks them with lintian (errors fail). `make docs`
+# writes the API reference, from the headers' /// comments, to
+# build/docs/html (any Doxygen warning fails it).
+.PHONY: all deps build test asan demo bench abi-check abi-baseline package docs clean
+VERSION := $(shell sed -n 's/^project.ovkit VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 
 all: build
 
@@ -29,6 +36,24 @@ bench:
 	cmake --preset bench
 	cmake --build --preset bench
 	python3 bench/report.py --build-dir build/bench
+
+package: build
+	@tools/install-deps lintian
+	rm -rf build/default/packages
+	cd build/default && cpack --config CPackConfig.cmake
+	lintian --fail-on error --display-info build/default/packages/*.deb
+
+docs:
+	@tools/install-deps doxygen graphviz
+	rm -rf build/docs
+	OVKIT_VERSION=$(VERSION) doxygen docs/Doxyfile
+	@echo "ovkit: API reference in build/docs/html/index.html"
+
+abi-check: build
+	tools/abi-check build/default
+
+abi-baseline: build
+	tools/abi-check --update build/default
 
 clean:
 	rm -rf build

@@ -1,26 +1,27 @@
-// Recursive, lazily opened, recoverable locks.
-//
-//     static OrvaCriticalSectionObject s_lock;      // zero-filled: valid, unopened
-//     {
-//         OrvaCriticalSection guard(s_lock, true);  // held until the end of the scope
-//         ...
-//     }
-//
-// OrvaCriticalSectionObject is a handle: the lock itself comes into being at
-// the first operation. Copies of an opened handle name the same lock; a copy
-// of an unopened handle opens a lock of its own. Recursion is counted by the
-// class on a plain, non-recursive mutex. Every thread keeps a private list of
-// the locks it holds, so that OrvaCriticalSectionRecoverFn, run on that thread
-// (the library's threads install it as their cancellation clean-up), gives
-// them all back.
-//
-// A thread that ends normally while it holds a lock leaves it held for ever.
-//
-// Killed threads. A thread may be cancelled at any instruction of lock(),
-// unlock(), testAndSet(), unwind() and the guard: it gives back exactly the
-// locks it held or had just taken, and a thread blocked in lock() dies where
-// it waits. The guard's destructor may therefore let a cancellation pass
-// (noexcept(false)); keep a guard out of destructors that must not throw.
+/// \file
+/// Recursive, lazily opened, recoverable locks.
+///
+///     static OrvaCriticalSectionObject s_lock;      // zero-filled: valid, unopened
+///     {
+///         OrvaCriticalSection guard(s_lock, true);  // held until the end of the scope
+///         ...
+///     }
+///
+/// OrvaCriticalSectionObject is a handle: the lock itself comes into being at
+/// the first operation. Copies of an opened handle name the same lock; a copy
+/// of an unopened handle opens a lock of its own. Recursion is counted by the
+/// class on a plain, non-recursive mutex. Every thread keeps a private list of
+/// the locks it holds, so that OrvaCriticalSectionRecoverFn, run on that thread
+/// (the library's threads install it as their cancellation clean-up), gives
+/// them all back.
+///
+/// A thread that ends normally while it holds a lock leaves it held for ever.
+///
+/// Killed threads. A thread may be cancelled at any instruction of lock(),
+/// unlock(), testAndSet(), unwind() and the guard: it gives back exactly the
+/// locks it held or had just taken, and a thread blocked in lock() dies where
+/// it waits. The guard's destructor may therefore let a cancellation pass
+/// (noexcept(false)); keep a guard out of destructors that must not throw.
 #ifndef OVKIT_ORVACRITICALSECTION_H
 #define OVKIT_ORVACRITICALSECTION_H
 
@@ -41,7 +42,9 @@ public:
     /// because a lock may be opened before the library's statics are built.
     static void createKey();
 
+    /// True once createKey() has made the key.
     static bool m_keyCreated;
+    /// The key; its per-thread value is the newest lock the thread holds.
     static pthread_key_t m_mutexListKey;
 };
 
@@ -68,11 +71,11 @@ public:
     /// whatever the depth, then destroys the mutex.
     ~LockImplementation() override;
 
-    pthread_mutex_t m_mutex;
-    pthread_t m_owner;
-    LockImplementation* m_pNextHeld;
-    LockImplementation* m_pPrevHeld;
-    int m_nLockCount;
+    pthread_mutex_t m_mutex;         ///< Storage whose first word is the lock word.
+    pthread_t m_owner;               ///< The owning thread; 0 when the lock is free.
+    LockImplementation* m_pNextHeld; ///< The lock the owner took before this one, or null.
+    LockImplementation* m_pPrevHeld; ///< The lock the owner took after this one, or null.
+    int m_nLockCount;                ///< The owner's recursion depth; 0 when free.
 };
 
 namespace OrvaSupport
@@ -152,6 +155,8 @@ public:
 class OVKIT_API OrvaCriticalSection
 {
 public:
+    /// Guards `lock`, which must outlive the guard; takes one level now if
+    /// `lockNow` is true, and otherwise holds nothing.
     OrvaCriticalSection(OrvaCriticalSectionObject& lock, bool lockNow) : m_rLock(lock), m_bLocked(false)
     {
         if (lockNow)

@@ -1,38 +1,39 @@
-// A calendar value in broken-down local time.
-//
-//     OrvaDateTime date;                          // now, local time
-//     std::string error;
-//     date.setDateTimeFromStrImpl("15/11/1994 08:12:31", error);
-//     date.modifyDate(OrvaDateTime::Day, 35, error);   // 20 December 1994
-//     std::wstring text = date.toString(std::locale::classic());
-//
-// OrvaDateTime does no calendar arithmetic of its own: the C library's
-// mktime, localtime and gmtime do it all. A date is valid when mktime takes
-// its fields as they stand, without carrying any of them, so month lengths,
-// leap years and summer-time gaps are those of the C library and of the TZ
-// the process runs under. With a 64-bit time_t the range of dates is very
-// wide (the year 99 and the year 3904 are both valid); it ends where the full
-// year no longer fits in an int.
-//
-// Three text forms are read (see setDateTime):
-//
-//     "Tue, 15 Nov 1994 08:12:31 GMT"   day name, day, month name, year, time, zone
-//     "15/11/1994 08:12:31"             day/month/year, the time optional
-//     "Tue Nov 15 08:12:31 1994"        day name, month name, day, time, year
-//
-// Setting operations come as ...Impl forms that return false with a text in
-// `error` for a malformed request, and throw OrvaInvalidDateException for a
-// date that does not exist. After any failure the object keeps its value and
-// its instance id.
-//
-// Every object carries an instance id drawn from the class-wide counter
-// m_objectCounter; a copy carries the id of its source, and each successful
-// set operation draws a new one.
-//
-// Thread safety: none. The class takes no lock, increments the counter
-// without protection, and works on the shared results of localtime and
-// gmtime. Use an object from one thread at a time, and do not run date
-// operations on several threads at once.
+/// \file
+/// A calendar value in broken-down local time.
+///
+///     OrvaDateTime date;                          // now, local time
+///     std::string error;
+///     date.setDateTimeFromStrImpl("15/11/1994 08:12:31", error);
+///     date.modifyDate(OrvaDateTime::Day, 35, error);   // 20 December 1994
+///     std::wstring text = date.toString(std::locale::classic());
+///
+/// OrvaDateTime does no calendar arithmetic of its own: the C library's
+/// mktime, localtime and gmtime do it all. A date is valid when mktime takes
+/// its fields as they stand, without carrying any of them, so month lengths,
+/// leap years and summer-time gaps are those of the C library and of the TZ
+/// the process runs under. With a 64-bit time_t the range of dates is very
+/// wide (the year 99 and the year 3904 are both valid); it ends where the full
+/// year no longer fits in an int.
+///
+/// Three text forms are read (see setDateTime):
+///
+///     "Tue, 15 Nov 1994 08:12:31 GMT"   day name, day, month name, year, time, zone
+///     "15/11/1994 08:12:31"             day/month/year, the time optional
+///     "Tue Nov 15 08:12:31 1994"        day name, month name, day, time, year
+///
+/// Setting operations come as ...Impl forms that return false with a text in
+/// `error` for a malformed request, and throw OrvaInvalidDateException for a
+/// date that does not exist. After any failure the object keeps its value and
+/// its instance id.
+///
+/// Every object carries an instance id drawn from the class-wide counter
+/// m_objectCounter; a copy carries the id of its source, and each successful
+/// set operation draws a new one.
+///
+/// Thread safety: none. The class takes no lock, increments the counter
+/// without protection, and works on the shared results of localtime and
+/// gmtime. Use an object from one thread at a time, and do not run date
+/// operations on several threads at once.
 #ifndef OVKIT_ORVADATETIME_H
 #define OVKIT_ORVADATETIME_H
 
@@ -73,6 +74,7 @@ public:
     OrvaDateTime& operator=(const OrvaDateTime& other);
     virtual ~OrvaDateTime();
 
+    ///@{
     /// The stored fields as they are: day of the month 1-31, month 0-11,
     /// full year, hour, minute, second.
     int getDayOfMonth() const { return m_nDay; }
@@ -81,6 +83,9 @@ public:
     int getHour() const { return m_nHour; }
     int getMinute() const { return m_nMinute; }
     int getSecond() const { return m_nSecond; }
+    ///@}
+    /// The instance id: its source's for a copy, a new one after each
+    /// successful set operation.
     unsigned int getInstanceId() const { return m_nInstanceId; }
 
     /// mktime of the six fields, with the summer-time flag left to mktime.

@@ -1,37 +1,40 @@
-// Blowfish encryption of byte strings, under a key handed in with every call.
-//
-//     OrvaEncryption cipher;                          // StrengthHigh: chained blocks
-//     std::string secret, plain;
-//     cipher.encryptData(key, std::string("8 bytes!16 bytes"), secret);
-//     cipher.decryptData(key, secret, plain);         // "8 bytes!16 bytes"
-//
-// Input and output are std::string objects used as plain byte containers. The
-// result is raw cipher text: no header, no length field, no text encoding
-// (OrvaBytesToHex makes text of it). Nothing is stored in the library: the
-// caller keeps the key. A wrong key is not detected, since there is no
-// integrity check: decryption then gives other bytes and reports success.
-//
-// Strength picks the mode of operation:
-//   StrengthLow   each 8-byte block on its own (ECB)
-//   StrengthHigh  cipher block chaining (CBC) with an initial value of zero,
-//                 anew on every call
-// Either way the cipher is Blowfish with a key of up to 72 bytes; further key
-// bytes are ignored, and a key shorter than 72 bytes is repeated to that
-// length, as in Blowfish's own key schedule.
-//
-// There is no padding. Output has the length of the input (an output string
-// that is longer keeps its tail), so a caller hands in whole 8-byte blocks
-// and keeps the plain length itself. The bytes of a last, partial block are
-// worked on as the start of a block filled up with zeros, and only as many
-// bytes of the result are kept: that tail cannot be decrypted.
-//
-// encryptDataImpl runs the key schedule (521 block encryptions) on every
-// call; decryptDataImpl keeps it while the key stays the same, until a
-// setStrength(StrengthLow or StrengthHigh) or a copy.
-//
-// Thread safety: an object holds its key schedule and takes no lock; each of
-// encryptDataImpl, decryptDataImpl and setStrength writes it, so an object
-// belongs to one thread at a time. Different objects may work in parallel.
+/// \file
+/// Blowfish encryption of byte strings, under a key handed in with every call.
+///
+///     OrvaEncryption cipher;                          // StrengthHigh: chained blocks
+///     std::string secret, plain;
+///     cipher.encryptData(key, std::string("8 bytes!16 bytes"), secret);
+///     cipher.decryptData(key, secret, plain);         // "8 bytes!16 bytes"
+///
+/// Input and output are std::string objects used as plain byte containers. The
+/// result is raw cipher text: no header, no length field, no text encoding
+/// (OrvaBytesToHex makes text of it). Nothing is stored in the library: the
+/// caller keeps the key. A wrong key is not detected, since there is no
+/// integrity check: decryption then gives other bytes and reports success.
+///
+/// Strength picks the mode of operation:
+///
+///     StrengthLow   each 8-byte block on its own (ECB)
+///     StrengthHigh  cipher block chaining (CBC) with an initial value of zero,
+///                   anew on every call
+///
+/// Either way the cipher is Blowfish with a key of up to 72 bytes; further key
+/// bytes are ignored, and a key shorter than 72 bytes is repeated to that
+/// length, as in Blowfish's own key schedule.
+///
+/// There is no padding. Output has the length of the input (an output string
+/// that is longer keeps its tail), so a caller hands in whole 8-byte blocks
+/// and keeps the plain length itself. The bytes of a last, partial block are
+/// worked on as the start of a block filled up with zeros, and only as many
+/// bytes of the result are kept: that tail cannot be decrypted.
+///
+/// encryptDataImpl runs the key schedule (521 block encryptions) on every
+/// call; decryptDataImpl keeps it while the key stays the same, until a
+/// setStrength(StrengthLow or StrengthHigh) or a copy.
+///
+/// Thread safety: an object holds its key schedule and takes no lock; each of
+/// encryptDataImpl, decryptDataImpl and setStrength writes it, so an object
+/// belongs to one thread at a time. Different objects may work in parallel.
 #ifndef OVKIT_ORVAENCRYPTION_H
 #define OVKIT_ORVAENCRYPTION_H
 
@@ -47,16 +50,20 @@ namespace OrvaSupport
 class OVKIT_API SBlock
 {
 public:
+    /// A block of the two halves given.
     SBlock(unsigned int left, unsigned int right);
+    ///@{
+    /// Copies both halves.
     SBlock(const SBlock& other);
     SBlock& operator=(const SBlock& other);
+    ///@}
     virtual ~SBlock();
 
     /// XORs both halves with those of `other`.
     SBlock& operator^=(const SBlock& other);
 
-    unsigned int m_wLeft;
-    unsigned int m_wRight;
+    unsigned int m_wLeft;  ///< Bytes 0 to 3 of the block, big-endian.
+    unsigned int m_wRight; ///< Bytes 4 to 7 of the block, big-endian.
 };
 
 /// Blowfish in ECB or CBC mode over std::string buffers.
@@ -121,6 +128,8 @@ public:
     /// changed.
     virtual bool decryptDataImpl(const std::string& key, std::string& input, std::string& output,
                                  std::string& error);
+    /// The strength of the constructor (StrengthHigh by default) or of the
+    /// last setStrength, copied along with the object.
     virtual Strength getStrength() const;
     /// Stores `strength` and sets the chaining value to 0, 0. StrengthLow and
     /// StrengthHigh also set the mode and key buffer size of their own and
@@ -141,9 +150,11 @@ protected:
                     const SBlock& chain);
     /// Sets the flag that says the schedule belongs to the stored key.
     void setInit(const bool& init);
+    ///@{
     /// One block through the cipher, in place, with the current schedule.
     void encryptInternal(SBlock& block);
     void decryptInternal(SBlock& block);
+    ///@}
     /// Reads 8 bytes, big-endian, into the two halves.
     static void bytesToBlock(const unsigned char* bytes, SBlock& block);
     /// Writes the block as 8 bytes, big-endian, ending just before `end`.

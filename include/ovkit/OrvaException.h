@@ -1,21 +1,22 @@
-// The library's failure type and its derived classes.
-//
-//     try { ... throw OrvaException("OrvaFoo::bar: no such file", 0); }
-//     catch (OrvaException& e) { e.pushMessage(L"while loading the settings"); throw; }
-//     ...
-//     std::wcerr << e.getFormattedMessages();   // newest line first, the first text last
-//
-// OrvaException carries a wide text, an integer code and a stack of wide
-// messages to which each layer that passes the failure on may add a line. It
-// has no base class (it is not a std::exception): catch it by reference by
-// this name. Narrow texts are widened, and getText() narrows, with the
-// library's default locale (OrvaLocaleFactory::getDefaultLocale).
-//
-// The derived classes add no field: each only forms its text from a fixed
-// prefix and its argument and passes it, with code 0, to the narrow-text
-// constructor, so the text is also the first entry of the message stack.
-//
-// An exception object is meant for one thread at a time.
+/// \file
+/// The library's failure type and its derived classes.
+///
+///     try { ... throw OrvaException("OrvaFoo::bar: no such file", 0); }
+///     catch (OrvaException& e) { e.pushMessage(L"while loading the settings"); throw; }
+///     ...
+///     std::wcerr << e.getFormattedMessages();   // newest line first, the first text last
+///
+/// OrvaException carries a wide text, an integer code and a stack of wide
+/// messages to which each layer that passes the failure on may add a line. It
+/// has no base class (it is not a std::exception): catch it by reference by
+/// this name. Narrow texts are widened, and getText() narrows, with the
+/// library's default locale (OrvaLocaleFactory::getDefaultLocale).
+///
+/// The derived classes add no field: each only forms its text from a fixed
+/// prefix and its argument and passes it, with code 0, to the narrow-text
+/// constructor, so the text is also the first entry of the message stack.
+///
+/// An exception object is meant for one thread at a time.
 #ifndef OVKIT_ORVAEXCEPTION_H
 #define OVKIT_ORVAEXCEPTION_H
 
@@ -42,8 +43,11 @@ public:
     /// The text as given, the code, and the text pushed as the first entry of
     /// the message stack.
     OrvaException(const std::wstring& text, int code = 0);
+    ///@{
+    /// Copies the text, the code and the whole message stack.
     OrvaException(const OrvaException& other);
     OrvaException& operator=(const OrvaException& other);
+    ///@}
     virtual ~OrvaException();
 
     /// The text narrowed with the default locale; characters without a narrow
@@ -56,7 +60,9 @@ public:
     virtual void setText(const std::string& text);
     /// Replaces the text; the stack is not touched.
     virtual void setText(const std::wstring& text);
+    /// The code: the constructor's, or the last one set; 0 unless given.
     virtual int getCode() const;
+    /// Replaces the code; the text and the stack are not touched.
     virtual void setCode(int code);
     /// Appends a line to the back (the newest end) of the message stack.
     virtual void pushMessage(const std::wstring& message);
@@ -81,6 +87,7 @@ private:
 class OVKIT_API OrvaInvalidDateException : public OrvaException
 {
 public:
+    /// Text "OrvaInvalidDateException - " + `text` (also the first entry of the stack), code 0.
     explicit OrvaInvalidDateException(const std::string& text);
     ~OrvaInvalidDateException() override;
 };
@@ -90,6 +97,7 @@ public:
 class OVKIT_API OrvaInvalidEncryptionException : public OrvaException
 {
 public:
+    /// Text "OrvaInvalidEncryptionException - " + `text` (also the first entry of the stack), code 0.
     explicit OrvaInvalidEncryptionException(const std::string& text);
     ~OrvaInvalidEncryptionException() override;
 };
@@ -99,6 +107,7 @@ public:
 class OVKIT_API OrvaNoSuchElementException : public OrvaException
 {
 public:
+    /// Text "OrvaNoSuchElementException - " + `text` (also the first entry of the stack), code 0.
     explicit OrvaNoSuchElementException(const std::string& text);
     ~OrvaNoSuchElementException() override;
 };
@@ -108,6 +117,7 @@ public:
 class OVKIT_API OrvaMissingMessageException : public OrvaException
 {
 public:
+    /// Text "OrvaMissingMessageException - Missing " + `text` (also the first entry of the stack), code 0.
     explicit OrvaMissingMessageException(const std::string& text);
     ~OrvaMissingMessageException() override;
 };
@@ -117,6 +127,7 @@ public:
 class OVKIT_API OrvaKeyDataNotSupportedException : public OrvaException
 {
 public:
+    /// Text "OrvaKeyDataNotSupportedException - " + `text` (also the first entry of the stack), code 0.
     explicit OrvaKeyDataNotSupportedException(const std::string& text);
     ~OrvaKeyDataNotSupportedException() override;
 };
@@ -132,15 +143,24 @@ class OVKIT_API OrvaPropertyNotFound : public OrvaException
 {
 public:
     OrvaPropertyNotFound();
+    ///@{
+    /// Text "Property not found: " + `name` (also the first entry of the
+    /// stack), code 0; see the class for wide and case-insensitive names.
     explicit OrvaPropertyNotFound(const std::string& name);
     explicit OrvaPropertyNotFound(const std::wstring& name);
     explicit OrvaPropertyNotFound(const ci_string& name);
     explicit OrvaPropertyNotFound(const ci_wstring& name);
+    ///@}
+    ///@{
     /// A literal name, taken as a plain narrow or wide string.
     explicit OrvaPropertyNotFound(const char* name) : OrvaPropertyNotFound(std::string(name)) {}
     explicit OrvaPropertyNotFound(const wchar_t* name) : OrvaPropertyNotFound(std::wstring(name)) {}
+    ///@}
+    ///@{
+    /// Copies the text, the code and the message stack.
     OrvaPropertyNotFound(const OrvaPropertyNotFound& other);
     OrvaPropertyNotFound& operator=(const OrvaPropertyNotFound& other);
+    ///@}
     ~OrvaPropertyNotFound() override;
 };
 

@@ -1,13 +1,14 @@
-// The implementation classes behind OrvaFindFile, and the pattern test.
-//
-//     if (FindFileImplementation::IsPatternMatch("*.log", name)) ...
-//
-//     FindFileImplementation search("/tmp/*.log");   // as OrvaFindFile does
-//     while (search.hasMore()) use(search.next());
-//
-// FindFileBase splits the path and keeps the state common to every platform;
-// FindFileImplementation reads the directory with opendir and readdir.
-// The rules of the search are those of <ovkit/OrvaFindFile.h>.
+/// \file
+/// The implementation classes behind OrvaFindFile, and the pattern test.
+///
+///     if (FindFileImplementation::IsPatternMatch("*.log", name)) ...
+///
+///     FindFileImplementation search("/tmp/*.log");   // as OrvaFindFile does
+///     while (search.hasMore()) use(search.next());
+///
+/// FindFileBase splits the path and keeps the state common to every platform;
+/// FindFileImplementation reads the directory with opendir and readdir.
+/// The rules of the search are those of <ovkit/OrvaFindFile.h>.
 #ifndef OVKIT_ORVAFINDFILEIMPL_H
 #define OVKIT_ORVAFINDFILEIMPL_H
 

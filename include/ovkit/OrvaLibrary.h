@@ -1,23 +1,24 @@
-// Loading a shared library and looking up its symbols.
-//
-//     OrvaSmartPointer<OrvaLibrary> plugin(new OrvaLibrary("agentplugin", false));  // libagentplugin.so
-//     typedef int (*t_Init)();
-//     t_Init init = reinterpret_cast<t_Init>(plugin->getProcAddr("plugin_init"));
-//     if (init) init();
-//
-// An OrvaLibrary loads its library when it is constructed and unloads it when
-// it is destroyed. It is reference-counted: share it through
-// OrvaSmartPointer<OrvaLibrary>, which keeps the library loaded for as long
-// as any holder needs code from it.
-//
-// Copies are a different matter. A copy (or an assignment) shares the
-// loader's handle but does not load the library again, and the first of the
-// objects that share a handle to be destroyed unloads the library for all of
-// them: symbols found through the others may then point at nothing. The
-// library never closes a handle twice, though: the later objects close
-// nothing, and their getProcAddr() gives null. An assignment closes nothing
-// either: the handle the target held before stays loaded, unless another
-// object sharing it closes it.
+/// \file
+/// Loading a shared library and looking up its symbols.
+///
+///     OrvaSmartPointer<OrvaLibrary> plugin(new OrvaLibrary("agentplugin", false));  // libagentplugin.so
+///     typedef int (*t_Init)();
+///     t_Init init = reinterpret_cast<t_Init>(plugin->getProcAddr("plugin_init"));
+///     if (init) init();
+///
+/// An OrvaLibrary loads its library when it is constructed and unloads it when
+/// it is destroyed. It is reference-counted: share it through
+/// OrvaSmartPointer<OrvaLibrary>, which keeps the library loaded for as long
+/// as any holder needs code from it.
+///
+/// Copies are a different matter. A copy (or an assignment) shares the
+/// loader's handle but does not load the library again, and the first of the
+/// objects that share a handle to be destroyed unloads the library for all of
+/// them: symbols found through the others may then point at nothing. The
+/// library never closes a handle twice, though: the later objects close
+/// nothing, and their getProcAddr() gives null. An assignment closes nothing
+/// either: the handle the target held before stays loaded, unless another
+/// object sharing it closes it.
 #ifndef OVKIT_ORVALIBRARY_H
 #define OVKIT_ORVALIBRARY_H
 

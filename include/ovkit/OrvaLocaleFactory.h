@@ -1,23 +1,24 @@
-// The library's default locale, locales for a few known languages, and the
-// language and country codes of a locale's name.
-//
-//     std::locale loc = OrvaLocaleFactory::getDefaultLocale(true);  // fixed at load
-//     OrvaLocaleFactory::initializeLanguageCountryCode();          // once, at program start
-//     std::string lang = OrvaLocaleFactory::getLanguage(loc);      // "en" for en_US.UTF-8
-//
-// Two forms of locale name are understood: the POSIX form "en_US.UTF-8",
-// whose pieces already are the codes, and the long form
-// "English_United States.1252", whose pieces the tables below turn into codes
-// once initializeLanguageCountryCode() has filled the maps. Before that, or
-// for a name the tables do not know, the pieces are returned as they stand.
-//
-// The default locale is the locale of the environment ("" in the C library's
-// sense), taken once while the library loads; when the environment names a
-// locale the system lacks, it is the global locale of that moment instead,
-// and the library loads all the same. Nothing here throws to the caller.
-//
-// The maps are plain data without a lock: fill them at the start of the
-// program, before other threads use the lookups.
+/// \file
+/// The library's default locale, locales for a few known languages, and the
+/// language and country codes of a locale's name.
+///
+///     std::locale loc = OrvaLocaleFactory::getDefaultLocale(true);  // fixed at load
+///     OrvaLocaleFactory::initializeLanguageCountryCode();          // once, at program start
+///     std::string lang = OrvaLocaleFactory::getLanguage(loc);      // "en" for en_US.UTF-8
+///
+/// Two forms of locale name are understood: the POSIX form "en_US.UTF-8",
+/// whose pieces already are the codes, and the long form
+/// "English_United States.1252", whose pieces the tables below turn into codes
+/// once initializeLanguageCountryCode() has filled the maps. Before that, or
+/// for a name the tables do not know, the pieces are returned as they stand.
+///
+/// The default locale is the locale of the environment ("" in the C library's
+/// sense), taken once while the library loads; when the environment names a
+/// locale the system lacks, it is the global locale of that moment instead,
+/// and the library loads all the same. Nothing here throws to the caller.
+///
+/// The maps are plain data without a lock: fill them at the start of the
+/// program, before other threads use the lookups.
 #ifndef OVKIT_ORVALOCALEFACTORY_H
 #define OVKIT_ORVALOCALEFACTORY_H
 
@@ -85,23 +86,23 @@ OVKIT_API std::locale GetAppropriateLocaleObject();
 /// A row of g_CountryTable: a country's long name and its code.
 struct OrvaCountryTableEntry
 {
-    const char* m_szName;
-    const char* m_szCode;
+    const char* m_szName; ///< The long name, for instance "United States".
+    const char* m_szCode; ///< The two-letter code, for instance "US".
 };
 
 /// A row of g_LocaleTable: a language and the name of the locale to make for it.
 struct OrvaLocaleTableEntry
 {
-    OrvaLocaleFactory::Language m_eLanguage;
-    const char* m_szLocaleName;
+    OrvaLocaleFactory::Language m_eLanguage; ///< The language.
+    const char* m_szLocaleName;              ///< The locale name to make for it.
 };
 
 /// A row of g_LanguageTable: a language's long name, its code and its value.
 struct OrvaLanguageTableEntry
 {
-    const char* m_szName;
-    const char* m_szCode;
-    OrvaLocaleFactory::Language m_eLanguage;
+    const char* m_szName;                    ///< The long name, for instance "English".
+    const char* m_szCode;                    ///< The two-letter code, for instance "en".
+    OrvaLocaleFactory::Language m_eLanguage; ///< The language's value.
 };
 
 /// Long country names and their codes. Mexico's code is "ES", as Spain's

@@ -1,40 +1,41 @@
-// Locks found by name, so that code that shares no objects can agree on a lock.
-//
-//     OrvaLockFactory<std::string, OrvaCriticalSectionObject> locks;
-//     locks.createLock("spool");                             // once; again changes nothing
-//     OrvaCriticalSection guard(locks.get("spool"), true);   // throws if never created
-//
-// Each factory is a registry of its own; there is no process-wide one. The
-// template is built into the library for three lock types, and only these
-// may be used:
-//
-//     OrvaLockFactory<std::string, OrvaCriticalSectionObject>
-//     OrvaLockFactory<std::string, OrvaMutexObject>
-//     OrvaLockFactory<std::string, OrvaReadWriteLock>
-//
-// The factory holds each lock by value in a map sorted by name, and get()
-// hands out the lock in the map itself. Entries are never removed, so the
-// reference stays good as long as the factory is neither destroyed nor
-// assigned to. Each name's critical section is a lock of its own, opened at
-// its first use.
-//
-// Copies. A copy holds the same names, each lock copied by its own rule: a
-// critical section that was opened is shared with the source, one that was
-// never used becomes a fresh lock of the copy's, and a read/write lock is
-// always shared. Assignment replaces the whole map by such a copy.
-//
-// Lifetime. Destroying or assigning to a factory destroys the locks behind
-// every reference that get() and getImpl() gave out (locks still shared with
-// a copy live on). None of them may be held or waited for then: the
-// destructor of a critical section that another thread holds spins for
-// ever, and a read/write lock must be free when it dies.
-//
-// Threads. createLock, exists, getImpl, get, getRegisteredLockNames and the
-// target side of operator= hold the factory's own lock, briefly; the locks
-// handed out are used outside it. Copying reads the source without its lock:
-// keep other threads from creating locks in it meanwhile, and from copying
-// it at the same moment (the handles of critical sections count their
-// sharers without a lock).
+/// \file
+/// Locks found by name, so that code that shares no objects can agree on a lock.
+///
+///     OrvaLockFactory<std::string, OrvaCriticalSectionObject> locks;
+///     locks.createLock("spool");                             // once; again changes nothing
+///     OrvaCriticalSection guard(locks.get("spool"), true);   // throws if never created
+///
+/// Each factory is a registry of its own; there is no process-wide one. The
+/// template is built into the library for three lock types, and only these
+/// may be used:
+///
+///     OrvaLockFactory<std::string, OrvaCriticalSectionObject>
+///     OrvaLockFactory<std::string, OrvaMutexObject>
+///     OrvaLockFactory<std::string, OrvaReadWriteLock>
+///
+/// The factory holds each lock by value in a map sorted by name, and get()
+/// hands out the lock in the map itself. Entries are never removed, so the
+/// reference stays good as long as the factory is neither destroyed nor
+/// assigned to. Each name's critical section is a lock of its own, opened at
+/// its first use.
+///
+/// Copies. A copy holds the same names, each lock copied by its own rule: a
+/// critical section that was opened is shared with the source, one that was
+/// never used becomes a fresh lock of the copy's, and a read/write lock is
+/// always shared. Assignment replaces the whole map by such a copy.
+///
+/// Lifetime. Destroying or assigning to a factory destroys the locks behind
+/// every reference that get() and getImpl() gave out (locks still shared with
+/// a copy live on). None of them may be held or waited for then: the
+/// destructor of a critical section that another thread holds spins for
+/// ever, and a read/write lock must be free when it dies.
+///
+/// Threads. createLock, exists, getImpl, get, getRegisteredLockNames and the
+/// target side of operator= hold the factory's own lock, briefly; the locks
+/// handed out are used outside it. Copying reads the source without its lock:
+/// keep other threads from creating locks in it meanwhile, and from copying
+/// it at the same moment (the handles of critical sections count their
+/// sharers without a lock).
 #ifndef OVKIT_ORVALOCKFACTORY_H
 #define OVKIT_ORVALOCKFACTORY_H
 

@@ -1,63 +1,65 @@
-// The process's one log: records built from stream-like insertions, one line each.
-//
-//     OrvaLogging log("/var/tmp/agent.log", 3, 5);   // file and standard output, level 5
-//     OrvaLogging::setInstance(log);
-//     log << setloglevel(5) << "Agent::start: port " << port << endrecord;
-//
-// The client builds the log and registers it; the library never creates,
-// registers or deletes one, and with nothing registered it is silent. A record
-// begins at its first accepted insertion, which takes the log lock, and ends at
-// `endrecord`, which writes one line and releases the lock, so records of
-// different threads never mix. The calling form that the library uses, and
-// that clients should use, tests the cheap conditions before forming any text:
-//
-//     if (OrvaLogging::isAccessAllowed() && OrvaLogging::getInstance()->getGlobalLogLevel() >= 5)
-//         *OrvaLogging::getInstance() << setloglevel(5) << "Agent::start: port " << port << endrecord;
-//
-// Levels run from -1 to 9; a higher number means more detail. Three of them
-// meet in a record:
-//   - the global level, set at construction (or by setGlobalLogLevel): -1
-//     switches the log off (for the calling form above), and a record is only
-//     collected while its level is not above the global level;
-//   - per-name levels (`setLogLevel`), which can only narrow what the global
-//     level lets through: a named record above its name's level is collected
-//     and then dropped at `endrecord`;
-//   - the record's own level and name, set by the `setloglevel` manipulator and
-//     put back to 9 and no name by every `endrecord`. An insertion with no
-//     manipulator before it is therefore a level 9 insertion.
-// A level 0 record passes every per-name test and is written without prefix.
-//
-// A written line is the prefix, the text and a line feed:
-//
-//     20261115_06:41:25 3 scheduler  [-1208485184] tick
-//
-// that is, local date "_" time, the record's level, its name or "Global" left
-// justified in 10 columns (longer names are not cut), and the writing thread's
-// id printed as a signed int in brackets. Every line is flushed at once.
-//
-// Targets are a bit mask: 1 the log file, 2 standard output; 0 formats records
-// and drops them. The file's name is the constructor's name cut at its last
-// dot, followed by a number from rand() and ".log": "/var/tmp/agent.log"
-// becomes for instance "/var/tmp/agent1804289383.log"; a double quote at the
-// start of that name is dropped ("\"/tmp/x.log" opens "/tmp/x<n>.log"). The file is truncated
-// at opening, each opening draws a new number, and the opening and any
-// failure to open are announced on standard error whatever the level.
-//
-// A record left open for a minute is watched: if its thread was cancelled
-// (which gives back its locks), the watchdog writes out what was collected.
-// Until then, or if the kill came inside endrecord's own write, the collected
-// text stays in the record and comes out in front of the next record that any
-// thread writes.
-// A thread is not cancelled in the middle of a record: a kill that arrives
-// between the record's first step (`setloglevel` or the first accepted
-// insertion) and its `endrecord` takes effect in `endrecord`, or earlier at a
-// cancellation point of the C library (a sleep, a read) inside the record.
-// The frame that writes a record is the caller's: `setloglevel(n)` leaves a
-// temporary in it, and a kill that lands on one of that frame's own
-// instructions before the record starts or after it ended cannot unwind it
-// and ends the process. Threads that are meant to be killed while they log
-// call `setCurrentLevel(n)` and then insert, which leaves no temporary. A
-// thread that ends normally inside a record leaves the log locked for ever.
+/// \file
+/// The process's one log: records built from stream-like insertions, one line each.
+///
+///     OrvaLogging log("/var/tmp/agent.log", 3, 5);   // file and standard output, level 5
+///     OrvaLogging::setInstance(log);
+///     log << setloglevel(5) << "Agent::start: port " << port << endrecord;
+///
+/// The client builds the log and registers it; the library never creates,
+/// registers or deletes one, and with nothing registered it is silent. A record
+/// begins at its first accepted insertion, which takes the log lock, and ends at
+/// `endrecord`, which writes one line and releases the lock, so records of
+/// different threads never mix. The calling form that the library uses, and
+/// that clients should use, tests the cheap conditions before forming any text:
+///
+///     if (OrvaLogging::isAccessAllowed() && OrvaLogging::getInstance()->getGlobalLogLevel() >= 5)
+///         *OrvaLogging::getInstance() << setloglevel(5) << "Agent::start: port " << port << endrecord;
+///
+/// Levels run from -1 to 9; a higher number means more detail. Three of them
+/// meet in a record:
+///   - the global level, set at construction (or by setGlobalLogLevel): -1
+///     switches the log off (for the calling form above), and a record is only
+///     collected while its level is not above the global level;
+///   - per-name levels (`setLogLevel`), which can only narrow what the global
+///     level lets through: a named record above its name's level is collected
+///     and then dropped at `endrecord`;
+///   - the record's own level and name, set by the `setloglevel` manipulator and
+///     put back to 9 and no name by every `endrecord`. An insertion with no
+///     manipulator before it is therefore a level 9 insertion.
+///
+/// A level 0 record passes every per-name test and is written without prefix.
+///
+/// A written line is the prefix, the text and a line feed:
+///
+///     20261115_06:41:25 3 scheduler  [-1208485184] tick
+///
+/// that is, local date "_" time, the record's level, its name or "Global" left
+/// justified in 10 columns (longer names are not cut), and the writing thread's
+/// id printed as a signed int in brackets. Every line is flushed at once.
+///
+/// Targets are a bit mask: 1 the log file, 2 standard output; 0 formats records
+/// and drops them. The file's name is the constructor's name cut at its last
+/// dot, followed by a number from rand() and ".log": "/var/tmp/agent.log"
+/// becomes for instance "/var/tmp/agent1804289383.log"; a double quote at the
+/// start of that name is dropped ("\"/tmp/x.log" opens "/tmp/x<n>.log"). The file is truncated
+/// at opening, each opening draws a new number, and the opening and any
+/// failure to open are announced on standard error whatever the level.
+///
+/// A record left open for a minute is watched: if its thread was cancelled
+/// (which gives back its locks), the watchdog writes out what was collected.
+/// Until then, or if the kill came inside endrecord's own write, the collected
+/// text stays in the record and comes out in front of the next record that any
+/// thread writes.
+/// A thread is not cancelled in the middle of a record: a kill that arrives
+/// between the record's first step (`setloglevel` or the first accepted
+/// insertion) and its `endrecord` takes effect in `endrecord`, or earlier at a
+/// cancellation point of the C library (a sleep, a read) inside the record.
+/// The frame that writes a record is the caller's: `setloglevel(n)` leaves a
+/// temporary in it, and a kill that lands on one of that frame's own
+/// instructions before the record starts or after it ended cannot unwind it
+/// and ends the process. Threads that are meant to be killed while they log
+/// call `setCurrentLevel(n)` and then insert, which leaves no temporary. A
+/// thread that ends normally inside a record leaves the log locked for ever.
 #ifndef OVKIT_ORVALOGGING_H
 #define OVKIT_ORVALOGGING_H
 
@@ -88,16 +90,19 @@ struct ForkedChildRecord;
 class OVKIT_API OrvaSetLogLevelManipulator
 {
 public:
+    /// The function that an insertion calls: fn(log, name, level), returning the log.
     typedef OrvaLogging& (*t_SetLevelFunction)(OrvaLogging&, const std::string&, int);
 
+    /// Copies the function, the name and the level.
     OrvaSetLogLevelManipulator(const OrvaSetLogLevelManipulator& other);
+    /// Stores the function, the name and the level.
     OrvaSetLogLevelManipulator(t_SetLevelFunction function, const std::string& name, int level);
     /// The name is left empty.
     OrvaSetLogLevelManipulator(t_SetLevelFunction function, int level);
 
-    t_SetLevelFunction m_pFunction;
-    std::string m_sName;
-    int m_nLevel;
+    t_SetLevelFunction m_pFunction; ///< Called by the insertion.
+    std::string m_sName;            ///< Passed to the function; may be empty.
+    int m_nLevel;                   ///< Passed to the function.
 };
 
 /// The log. Construct it once, register it with setInstance(), and destroy it
@@ -137,6 +142,7 @@ public:
     /// ignored without a message. No lock: meant for start-up.
     void setGlobalLogLevel(int level);
 
+    ///@{
     /// Insertions. Each one first calls getLogAccess(); when that refuses, the
     /// value is dropped. Numbers are formatted as printf does with "%d", "%u",
     /// "%ld", "%lu", "%f" (float and double), "%p" and "%c"; bool gives
@@ -161,6 +167,7 @@ public:
     OrvaLogging& operator<<(const std::basic_string<char, char_traits_ci<char>>& text);
     OrvaLogging& operator<<(const std::wstring& text);
     OrvaLogging& operator<<(const std::basic_string<wchar_t, char_traits_ci<wchar_t>>& text);
+    ///@}
     /// Calls `function` with this log: the form that makes `endrecord` work.
     OrvaLogging& operator<<(OrvaLogging& (*function)(OrvaLogging&));
 
@@ -193,6 +200,7 @@ public:
     /// calls startLogging(), so switching the file bit on opens a new file
     /// with a fresh number. The current value again does nothing.
     void setTarget(int target);
+    /// The target bit mask as last set.
     int getTarget() const { return m_nTarget; }
     /// Opens the file if the file bit is set (see openLogFile).
     virtual void startLogging();
@@ -265,7 +273,7 @@ OVKIT_API OrvaSetLogLevelManipulator setloglevel(int level);
 /// Calls the manipulator's function with the log, its name and its level.
 OVKIT_API OrvaLogging& operator<<(OrvaLogging& log, const OrvaSetLogLevelManipulator& manipulator);
 
-/// Module entry points; both do nothing.
+/// Module entry points; both do nothing (see OrvaModule.h).
 OVKIT_API void OVKITInitOrvaLogging();
 OVKIT_API void OVKITFinitOrvaLogging();
 

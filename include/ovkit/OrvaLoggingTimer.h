@@ -1,11 +1,12 @@
-// The short-lived thread through which the log's record watchdog acts.
-//
-//     OrvaLoggingEventTimerThread* t = new OrvaLoggingEventTimerThread(&log);
-//     t->setMarkForDeath();   // deletes itself when done
-//     t->start();             // runs log.timerElapsed()
-//
-// The log starts one of these each minute that a record stays open (see
-// OrvaLogging.h); clients have no need to create one themselves.
+/// \file
+/// The short-lived thread through which the log's record watchdog acts.
+///
+///     OrvaLoggingEventTimerThread* t = new OrvaLoggingEventTimerThread(&log);
+///     t->setMarkForDeath();   // deletes itself when done
+///     t->start();             // runs log.timerElapsed()
+///
+/// The log starts one of these each minute that a record stays open (see
+/// OrvaLogging.h); clients have no need to create one themselves.
 #ifndef OVKIT_ORVALOGGINGTIMER_H
 #define OVKIT_ORVALOGGINGTIMER_H
 
@@ -23,6 +24,7 @@ class OrvaLogging;
 class OVKIT_API OrvaLoggingEventTimerThread : public OrvaThread
 {
 public:
+    /// A thread, not yet started, that will act on `logging`.
     explicit OrvaLoggingEventTimerThread(OrvaLogging* logging);
     ~OrvaLoggingEventTimerThread() override;
 
@@ -34,7 +36,7 @@ private:
     OrvaLogging* m_pLogging;
 };
 
-/// Module entry points; both do nothing.
+/// Module entry points; both do nothing (see OrvaModule.h).
 OVKIT_API void OVKITInitOrvaLoggingTimer();
 OVKIT_API void OVKITFinitOrvaLoggingTimer();
 

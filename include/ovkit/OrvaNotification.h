@@ -1,18 +1,19 @@
-// Observers: a collaborator tells its dependents about things that happen.
-//
-//     class Watcher : public OrvaDependent
-//     {
-//         void handleNotification(OrvaCollaborator& from, const OrvaNotification& n) override { ... }
-//     };
-//     Watcher w;
-//     event.addDependent(w);          // w is told of every set() of the event
-//     ...
-//     event.removeDependent(w);       // before w dies: the list holds plain pointers
-//
-// OrvaCollaborator is the subject: it keeps a list of OrvaDependent pointers,
-// which it does not own, and hands each of them an OrvaNotification. Events,
-// threads and timers are built on it; the derived notifications carry the
-// data of their sender (OrvaEventNotification, OrvaThread::ThreadDone).
+/// \file
+/// Observers: a collaborator tells its dependents about things that happen.
+///
+///     class Watcher : public OrvaDependent
+///     {
+///         void handleNotification(OrvaCollaborator& from, const OrvaNotification& n) override { ... }
+///     };
+///     Watcher w;
+///     event.addDependent(w);          // w is told of every set() of the event
+///     ...
+///     event.removeDependent(w);       // before w dies: the list holds plain pointers
+///
+/// OrvaCollaborator is the subject: it keeps a list of OrvaDependent pointers,
+/// which it does not own, and hands each of them an OrvaNotification. Events,
+/// threads and timers are built on it; the derived notifications carry the
+/// data of their sender (OrvaEventNotification, OrvaThread::ThreadDone).
 #ifndef OVKIT_ORVANOTIFICATION_H
 #define OVKIT_ORVANOTIFICATION_H
 
@@ -32,17 +33,24 @@ class OVKIT_API OrvaNotification
 public:
     /// The id has no meaning until setId() or an assignment gives it one.
     OrvaNotification();
+    /// A notification with the id; not explicit, so an int converts.
     OrvaNotification(int id);
+    ///@{
+    /// Copies the id.
     OrvaNotification(const OrvaNotification& other);
     OrvaNotification& operator=(const OrvaNotification& other);
+    ///@}
+    /// Sets the id, as setId() does.
     OrvaNotification& operator=(int id);
     virtual ~OrvaNotification() noexcept(false);
 
+    /// Sets the id.
     void setId(int id);
+    /// The id.
     int getId() const;
 
 protected:
-    int m_nId;
+    int m_nId; ///< The id.
 };
 
 /// An observer. The base class ignores every notification.
@@ -50,8 +58,11 @@ class OVKIT_API OrvaDependent
 {
 public:
     OrvaDependent() {}
+    ///@{
+    /// The base class holds nothing: copying does nothing.
     OrvaDependent(const OrvaDependent&) {}
     OrvaDependent& operator=(const OrvaDependent&) { return *this; }
+    ///@}
     virtual ~OrvaDependent() noexcept(false);
 
     /// Called on the notifying thread, with the collaborator's list unlocked.

@@ -1,15 +1,16 @@
-// The reference-counted object root and its intrusive smart pointer.
-//
-// Every shared object of the library derives from OrvaObjectBase and lives
-// as long as some OrvaSmartPointer holds it:
-//
-//     OrvaSmartPointer<OrvaObjectBase> p(new MyObject);   // count 1
-//     OrvaSmartPointer<OrvaObjectBase> q(p);              // count 2
-//     p = nullptr;                                         // count 1; q's end deletes it
-//
-// All counting goes through one process-wide critical section,
-// g_pCriticalSection, which the module frame creates first at load and
-// destroys last at unload (see OrvaModule.h).
+/// \file
+/// The reference-counted object root and its intrusive smart pointer.
+///
+/// Every shared object of the library derives from OrvaObjectBase and lives
+/// as long as some OrvaSmartPointer holds it:
+///
+///     OrvaSmartPointer<OrvaObjectBase> p(new MyObject);   // count 1
+///     OrvaSmartPointer<OrvaObjectBase> q(p);              // count 2
+///     p = nullptr;                                         // count 1; q's end deletes it
+///
+/// All counting goes through one process-wide critical section,
+/// g_pCriticalSection, which the module frame creates first at load and
+/// destroys last at unload (see OrvaModule.h).
 #ifndef OVKIT_ORVAOBJECTBASE_H
 #define OVKIT_ORVAOBJECTBASE_H
 
@@ -84,7 +85,7 @@ public:
     static std::string normalizeClassName(const std::string& rawName);
 
 protected:
-    int m_nRefCount;
+    int m_nRefCount; ///< The reference count; see addRef() and release().
 };
 
 /// Intrusive smart pointer: one machine word, holding a T* on which it calls
@@ -95,11 +96,14 @@ class OrvaSmartPointer
 {
 public:
     OrvaSmartPointer() : m_pObject(nullptr) {}
+    /// Holds `object` (which may be null) and adds a reference to it. Not
+    /// explicit: a raw pointer converts, and takes a reference as it does.
     OrvaSmartPointer(T* object) : m_pObject(object)
     {
         if (m_pObject)
             m_pObject->addRef();
     }
+    /// Holds the other's object and adds a reference to it.
     OrvaSmartPointer(const OrvaSmartPointer& other) : m_pObject(other.m_pObject)
     {
         if (m_pObject)
@@ -131,12 +135,18 @@ public:
         return *this;
     }
 
+    ///@{
+    /// The stored pointer, unchecked: a null one is the caller's fault. The
+    /// const forms give non-const access too: constness is the pointer's,
+    /// not the object's.
     T* operator->() { return m_pObject; }
     T* operator->() const { return m_pObject; }
     T& operator*() { return *m_pObject; }
     T& operator*() const { return *m_pObject; }
     operator T*() const { return m_pObject; }
+    ///@}
 
+    /// True when both hold the same pointer.
     bool operator==(const OrvaSmartPointer& other) const { return m_pObject == other.m_pObject; }
     /// True when the stored pointer is `object`; lets `p == nullptr` and
     /// `p == raw` compile without an ambiguous conversion.

@@ -1,17 +1,18 @@
-// Creation of reference-counted objects from a class name.
-//
-//     OrvaObjectBase* makeWidget() { return new Widget; }
-//     OrvaObjectFactory::getGlobalInstance()->add("Widget", &makeWidget);
-//     OrvaSmartPointer<OrvaObjectBase> w = OrvaObjectFactory::getGlobalInstance()->construct("Widget");
-//
-// A class enters a factory as a plain creator function, or as a registration
-// object whose createInstance() builds the object. Names are keys as given,
-// compared byte for byte: nothing normalises them. Where one name stands both
-// as a registration and as a creator, the registration wins.
-//
-// One process-wide factory, getGlobalInstance(), exists beside any that a
-// client makes. The library's stop sequence deletes it first of all (see
-// OrvaModule.h).
+/// \file
+/// Creation of reference-counted objects from a class name.
+///
+///     OrvaObjectBase* makeWidget() { return new Widget; }
+///     OrvaObjectFactory::getGlobalInstance()->add("Widget", &makeWidget);
+///     OrvaSmartPointer<OrvaObjectBase> w = OrvaObjectFactory::getGlobalInstance()->construct("Widget");
+///
+/// A class enters a factory as a plain creator function, or as a registration
+/// object whose createInstance() builds the object. Names are keys as given,
+/// compared byte for byte: nothing normalises them. Where one name stands both
+/// as a registration and as a creator, the registration wins.
+///
+/// One process-wide factory, getGlobalInstance(), exists beside any that a
+/// client makes. The library's stop sequence deletes it first of all (see
+/// OrvaModule.h).
 #ifndef OVKIT_ORVAOBJECTFACTORY_H
 #define OVKIT_ORVAOBJECTFACTORY_H
 
@@ -118,8 +119,8 @@ public:
     OrvaObjectFactoryRegistration& operator=(const OrvaObjectFactoryRegistration&) = delete;
 
 protected:
-    std::string m_sClassName;
-    OrvaObjectFactory* m_pFactory; // not owned
+    std::string m_sClassName;      ///< The name it is entered under.
+    OrvaObjectFactory* m_pFactory; ///< The factory it is entered in; not owned.
 };
 
 /// A class with no state: a base for a client's exemplar objects.

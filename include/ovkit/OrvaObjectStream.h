@@ -1,33 +1,34 @@
-// Value streams: simple values turned into a byte sequence in memory, and back.
-//
-//     OrvaBufferStream out;
-//     out << 7 << 2.5 << 'x';
-//     OrvaBufferStream in(out.buffer(), out.size() + 4);   // a copy of the image
-//     int n; double d; char c;
-//     in >> n >> d >> c;                                   // 7, 2.5, 'x'
-//
-// The stream carries no type information: the order of the values is the
-// whole schema, and writer and reader must agree on it. OrvaInputObjectStream
-// and OrvaOutputObjectStream define the value operators over a pure read()
-// and write(); OrvaBufferStream is a growable block that is both.
-//
-// The image that buffer() hands out is external, byte for byte and
-// little-endian: a 4-byte payload count, then the values back to back with no
-// padding. char takes 1 byte, short 2, int 4, float 4, double 8; long and
-// unsigned long take 4 bytes whatever the width of the type (so do int64_t
-// and size_t, which are long on this platform), and a wchar_t takes 4.
-//
-// Text is not symmetric, on purpose: the writers put a 4-byte length before
-// text, the readers expect a 2-byte one. Text written with operator<< comes
-// back through operator>> empty, and leaves the reader two bytes out of step:
-// of the prefix 03 00 00 00 the reader takes 03 00 as the length and the two
-// zero bytes as the start of the text. Text that operator>> is to read whole
-// must reach the stream with a 2-byte prefix, for instance by two calls of
-// write().
-//
-// No operator reports failure. A value read from a stream that holds too few
-// bytes keeps its old bytes behind those delivered; a value whose write
-// cannot be stored is lost.
+/// \file
+/// Value streams: simple values turned into a byte sequence in memory, and back.
+///
+///     OrvaBufferStream out;
+///     out << 7 << 2.5 << 'x';
+///     OrvaBufferStream in(out.buffer(), out.size() + 4);   // a copy of the image
+///     int n; double d; char c;
+///     in >> n >> d >> c;                                   // 7, 2.5, 'x'
+///
+/// The stream carries no type information: the order of the values is the
+/// whole schema, and writer and reader must agree on it. OrvaInputObjectStream
+/// and OrvaOutputObjectStream define the value operators over a pure read()
+/// and write(); OrvaBufferStream is a growable block that is both.
+///
+/// The image that buffer() hands out is external, byte for byte and
+/// little-endian: a 4-byte payload count, then the values back to back with no
+/// padding. char takes 1 byte, short 2, int 4, float 4, double 8; long and
+/// unsigned long take 4 bytes whatever the width of the type (so do int64_t
+/// and size_t, which are long on this platform), and a wchar_t takes 4.
+///
+/// Text is not symmetric, on purpose: the writers put a 4-byte length before
+/// text, the readers expect a 2-byte one. Text written with operator<< comes
+/// back through operator>> empty, and leaves the reader two bytes out of step:
+/// of the prefix 03 00 00 00 the reader takes 03 00 as the length and the two
+/// zero bytes as the start of the text. Text that operator>> is to read whole
+/// must reach the stream with a 2-byte prefix, for instance by two calls of
+/// write().
+///
+/// No operator reports failure. A value read from a stream that holds too few
+/// bytes keeps its old bytes behind those delivered; a value whose write
+/// cannot be stored is lost.
 #ifndef OVKIT_ORVAOBJECTSTREAM_H
 #define OVKIT_ORVAOBJECTSTREAM_H
 
@@ -59,24 +60,32 @@ public:
     /// `data`, consumes them, and returns how many were delivered.
     virtual unsigned int read(void* data, unsigned int size, unsigned int count) = 0;
 
+    ///@{
     /// One byte.
     OrvaInputObjectStream& operator>>(char& value);
     OrvaInputObjectStream& operator>>(unsigned char& value);
+    ///@}
+    ///@{
     /// Two bytes, low byte first.
     OrvaInputObjectStream& operator>>(short& value);
     OrvaInputObjectStream& operator>>(unsigned short& value);
+    ///@}
+    ///@{
     /// Four bytes, low byte first.
     OrvaInputObjectStream& operator>>(int& value);
     OrvaInputObjectStream& operator>>(unsigned int& value);
+    ///@}
     /// Reads 4 bytes and sign-extends them. When no byte is delivered the
     /// target keeps its value; when fewer than 4 are, the 4-byte value is
     /// completed from the target's own low 4 bytes before it is extended.
     OrvaInputObjectStream& operator>>(long& value);
     /// Reads 4 bytes and zero-extends them; short reads as for long.
     OrvaInputObjectStream& operator>>(unsigned long& value);
+    ///@{
     /// The IEEE 754 single (4 bytes) and double (8 bytes) as they lie in memory.
     OrvaInputObjectStream& operator>>(float& value);
     OrvaInputObjectStream& operator>>(double& value);
+    ///@}
 
     /// Reads a 2-byte length, then that many bytes. A length of 0 leaves
     /// `target` as it was, so a caller must have set it. Otherwise `target`
@@ -106,22 +115,30 @@ public:
     /// returns how many were stored, 0 when they could not be.
     virtual unsigned int write(const void* data, unsigned int size, unsigned int count) = 0;
 
+    ///@{
     /// One byte.
     OrvaOutputObjectStream& operator<<(char value);
     OrvaOutputObjectStream& operator<<(unsigned char value);
+    ///@}
+    ///@{
     /// Two bytes, low byte first.
     OrvaOutputObjectStream& operator<<(short value);
     OrvaOutputObjectStream& operator<<(unsigned short value);
+    ///@}
+    ///@{
     /// Four bytes, low byte first.
     OrvaOutputObjectStream& operator<<(int value);
     OrvaOutputObjectStream& operator<<(unsigned int value);
+    ///@}
     /// Writes the low 4 bytes: values outside 32 bits lose their high part.
     OrvaOutputObjectStream& operator<<(long value);
     /// Writes the low 4 bytes.
     OrvaOutputObjectStream& operator<<(unsigned long value);
+    ///@{
     /// The IEEE 754 single (4 bytes) and double (8 bytes) as they lie in memory.
     OrvaOutputObjectStream& operator<<(float value);
     OrvaOutputObjectStream& operator<<(double value);
+    ///@}
 
     /// Writes strlen(text) as 4 bytes, then the text without its terminator.
     /// A null pointer is written as length 0; after a length 0 nothing follows.

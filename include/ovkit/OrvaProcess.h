@@ -1,59 +1,60 @@
-// Child programs, directories, and operating-system error texts.
-//
-//     int status = -1;
-//     OrvaExecuteProgram("/bin/gzip -9 /var/tmp/agent.dump", true, nullptr, &status);
-//     OrvaCreateDirectory("/var/tmp/agent/spool");            // parents too
-//     std::string why; int code = 0;
-//     if (!OrvaRemoveDirectoryImpl("/var/tmp/agent", true, why, code)) report(why, code);
-//
-// Free functions over process and file-system calls. They hold no state,
-// take no locks of their own and report by their results and out-parameters:
-// nothing is thrown of their own, only what string handling and the command
-// line parser may raise. Log lines go to the process's log (OrvaLogging): the
-// start of a program at level 5, failures to start one at level 1, tracing at
-// level 9.
-//
-// Running a program. The command line is split as OrvaParseCommandLine does
-// (at blanks; double quotes protect blanks and are removed; "" makes no
-// word), after one final byte that is not a letter or digit (isalnum) has
-// been dropped: a trailing line feed goes, but so does a closing quote or a
-// final `/` or `.` ("/bin/echo a." prints "a"), and only one byte (a line
-// that ends in two line feeds keeps one). The first word is the program's
-// path: there is no search along PATH. The environment is inherited, and so
-// are all descriptors. The program runs in a forked child, which does the
-// splitting and its log lines itself, after its record "child process id: 0";
-// the parent's own record gives the child's id (or -1).
-//
-// A child that cannot run its program (no such file, no permission, a
-// standard handle that cannot be duplicated, an empty command line, a failure
-// of the splitting) ends with exit status 0, which a waiting caller cannot
-// tell from success; only the log, at level 1 where there is a message, says
-// what went wrong. A child killed by a signal also reads as status 0.
-//
-// Before the program starts, the child unblocks every signal, and puts
-// signals that the library handles back to their defaults, dropping any of
-// them that arrived in between: the library's own SIGALRM, SIGUSR1 and
-// SIGUSR2 always, and SIGINT, SIGTERM, SIGPIPE and SIGCHLD where the service
-// frame's ControlHandler handles them. Signals that the caller ignores stay
-// ignored, as execv keeps them. No interval timer is left armed in the child,
-// and the parent's timers keep running.
-//
-// Things a caller must see to:
-// - A child that is not waited for (wait false) stays a zombie until the
-//   caller reaps it, e.g. with waitpid on the id given back.
-// - With SIGCHLD ignored the system reaps children itself: a wait then finds
-//   no child and reads as exit status 0, that is, as success.
-// - A child that writes into a pipe which the caller reads only after the
-//   wait blocks once the pipe is full, and the wait never ends: drain the
-//   pipe on another thread, or do not wait.
-// - The wait has no time limit, and the functions send no signals.
-//
-// OrvaKeyDataNotSupportedException, of <ovkit/OrvaException.h>, comes with
-// this header; nothing here throws it.
-//
-// Removing a directory recursively runs "/bin/rm" with the arguments "rm",
-// "-rf" and the path exactly as written: a directory whose name starts with
-// `-` is read by rm as options. Prefix such a path with "./".
+/// \file
+/// Child programs, directories, and operating-system error texts.
+///
+///     int status = -1;
+///     OrvaExecuteProgram("/bin/gzip -9 /var/tmp/agent.dump", true, nullptr, &status);
+///     OrvaCreateDirectory("/var/tmp/agent/spool");            // parents too
+///     std::string why; int code = 0;
+///     if (!OrvaRemoveDirectoryImpl("/var/tmp/agent", true, why, code)) report(why, code);
+///
+/// Free functions over process and file-system calls. They hold no state,
+/// take no locks of their own and report by their results and out-parameters:
+/// nothing is thrown of their own, only what string handling and the command
+/// line parser may raise. Log lines go to the process's log (OrvaLogging): the
+/// start of a program at level 5, failures to start one at level 1, tracing at
+/// level 9.
+///
+/// Running a program. The command line is split as OrvaParseCommandLine does
+/// (at blanks; double quotes protect blanks and are removed; "" makes no
+/// word), after one final byte that is not a letter or digit (isalnum) has
+/// been dropped: a trailing line feed goes, but so does a closing quote or a
+/// final `/` or `.` ("/bin/echo a." prints "a"), and only one byte (a line
+/// that ends in two line feeds keeps one). The first word is the program's
+/// path: there is no search along PATH. The environment is inherited, and so
+/// are all descriptors. The program runs in a forked child, which does the
+/// splitting and its log lines itself, after its record "child process id: 0";
+/// the parent's own record gives the child's id (or -1).
+///
+/// A child that cannot run its program (no such file, no permission, a
+/// standard handle that cannot be duplicated, an empty command line, a failure
+/// of the splitting) ends with exit status 0, which a waiting caller cannot
+/// tell from success; only the log, at level 1 where there is a message, says
+/// what went wrong. A child killed by a signal also reads as status 0.
+///
+/// Before the program starts, the child unblocks every signal, and puts
+/// signals that the library handles back to their defaults, dropping any of
+/// them that arrived in between: the library's own SIGALRM, SIGUSR1 and
+/// SIGUSR2 always, and SIGINT, SIGTERM, SIGPIPE and SIGCHLD where the service
+/// frame's ControlHandler handles them. Signals that the caller ignores stay
+/// ignored, as execv keeps them. No interval timer is left armed in the child,
+/// and the parent's timers keep running.
+///
+/// Things a caller must see to:
+/// - A child that is not waited for (wait false) stays a zombie until the
+///   caller reaps it, e.g. with waitpid on the id given back.
+/// - With SIGCHLD ignored the system reaps children itself: a wait then finds
+///   no child and reads as exit status 0, that is, as success.
+/// - A child that writes into a pipe which the caller reads only after the
+///   wait blocks once the pipe is full, and the wait never ends: drain the
+///   pipe on another thread, or do not wait.
+/// - The wait has no time limit, and the functions send no signals.
+///
+/// OrvaKeyDataNotSupportedException, of <ovkit/OrvaException.h>, comes with
+/// this header; nothing here throws it.
+///
+/// Removing a directory recursively runs "/bin/rm" with the arguments "rm",
+/// "-rf" and the path exactly as written: a directory whose name starts with
+/// `-` is read by rm as options. Prefix such a path with "./".
 #ifndef OVKIT_ORVAPROCESS_H
 #define OVKIT_ORVAPROCESS_H
 

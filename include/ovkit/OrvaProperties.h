@@ -1,71 +1,73 @@
-// Tables of named text settings, and the property files they are read from.
-//
-//     OrvaSmartPointer<OrvaProperties<std::string> > props(new OrvaProperties<std::string>());
-//     props->loadProperties("/etc/agent/agent.properties", '=');   // throws if unreadable
-//     std::string port = props->getProperty("port", std::string("8080"));
-//
-// An OrvaProperties table maps a name to an ordered list of text values: one
-// value in the ordinary case, several when a name was added more than once.
-// All values are text; a client that wants a number parses the string.
-//
-// The template is built into the library for four string types, and only
-// these may be used:
-//
-//     std::string, std::wstring          names compared character by character
-//     ci_string, ci_wstring              names compared without regard to case
-//                                        ("Path", "PATH" and "path" are one
-//                                        name; the spelling added first is kept)
-//
-// Duplicates. A table built multi-valued (the default) keeps every value of a
-// repeated name and answers with the first one; a later value never disturbs
-// an earlier one. A table built single-valued overwrites, and so answers with
-// the last one.
-//
-// Property files. A line is a name and a value around a separator chosen by
-// the caller; there are no sections, quoting, escapes, continuations or
-// variables. For the line `name<sep>value`:
-//   - a line whose very first character is '#' is a comment; a '#' anywhere
-//     else is an ordinary character;
-//   - the name is everything in front of the first separator, blanks and all
-//     ("key = value" gives a name that ends in a blank);
-//   - the value starts behind that separator, loses its leading blanks (0x20
-//     only, not tabs) and keeps its trailing ones; it ends at the line's first
-//     carriage return, else at its first line feed, else at the end of the
-//     line (if that character stands in front of the separator, the value
-//     runs to the end of the line); further separators belong to the value;
-//   - a line without separator is a name with an empty value;
-//   - a line with an empty name (empty, or starting with the separator)
-//     stores nothing.
-// In the case-insensitive tables the search for the separator folds case too.
-//
-// A file whose first two bytes are 0xFF 0xFE is read as 16-bit little-endian
-// text behind that byte order mark, lines ending at 0x000A (a 0x000D right in
-// front of it is dropped as well), surrogate pairs not combined. Wide tables
-// keep each 16-bit unit as one character; narrow tables keep only the low
-// byte, so anything beyond the first 256 code points is damaged. Any other
-// file is plain text read by lines up to a line feed: narrow tables as bytes,
-// wide tables decoded line by line with the conversion of the global C++
-// locale at the time of the load (with the classic locale, reading stops at
-// the first line that holds a byte above 0x7F; that line is not stored).
-// Pipes, FIFOs and /dev/stdin read like files: the mark is looked for
-// without seeking, and the file is opened once. A plain file with CR LF line ends keeps the
-// carriage return in names of lines without a separator, so each of its
-// empty lines stores the name "\r" with an empty value. No other byte order
-// mark is known: a UTF-8 mark becomes part of the first name.
-//
-// Loading merges into the table and never clears it. Saving always writes
-// plain text with "=", in the table's order, first values only, with no
-// escaping and no byte order mark, names and values cut at a zero character.
-// So a saved file loses comments, blank lines, the order of the file read and
-// every value but the first of a name; a name holding '=' comes back split
-// and a value starting with blanks comes back without them.
-//
-// Threads. Single operations by name (add, set, remove and the getters by
-// name) take the table's lock. size(), getProperties(), forEach(), copying,
-// and saving do not; a load takes the lock once per stored line, so other
-// threads see the table grow line by line. A thread killed inside one of the
-// locked operations finishes it first (the operation allocates, and must not
-// be cut short), then dies; the table's lock is left free.
+/// \file
+/// Tables of named text settings, and the property files they are read from.
+///
+///     OrvaSmartPointer<OrvaProperties<std::string> > props(new OrvaProperties<std::string>());
+///     props->loadProperties("/etc/agent/agent.properties", '=');   // throws if unreadable
+///     std::string port = props->getProperty("port", std::string("8080"));
+///
+/// An OrvaProperties table maps a name to an ordered list of text values: one
+/// value in the ordinary case, several when a name was added more than once.
+/// All values are text; a client that wants a number parses the string.
+///
+/// The template is built into the library for four string types, and only
+/// these may be used:
+///
+///     std::string, std::wstring          names compared character by character
+///     ci_string, ci_wstring              names compared without regard to case
+///                                        ("Path", "PATH" and "path" are one
+///                                        name; the spelling added first is kept)
+///
+/// Duplicates. A table built multi-valued (the default) keeps every value of a
+/// repeated name and answers with the first one; a later value never disturbs
+/// an earlier one. A table built single-valued overwrites, and so answers with
+/// the last one.
+///
+/// Property files. A line is a name and a value around a separator chosen by
+/// the caller; there are no sections, quoting, escapes, continuations or
+/// variables. For the line `name<sep>value`:
+///   - a line whose very first character is '#' is a comment; a '#' anywhere
+///     else is an ordinary character;
+///   - the name is everything in front of the first separator, blanks and all
+///     ("key = value" gives a name that ends in a blank);
+///   - the value starts behind that separator, loses its leading blanks (0x20
+///     only, not tabs) and keeps its trailing ones; it ends at the line's first
+///     carriage return, else at its first line feed, else at the end of the
+///     line (if that character stands in front of the separator, the value
+///     runs to the end of the line); further separators belong to the value;
+///   - a line without separator is a name with an empty value;
+///   - a line with an empty name (empty, or starting with the separator)
+///     stores nothing.
+///
+/// In the case-insensitive tables the search for the separator folds case too.
+///
+/// A file whose first two bytes are 0xFF 0xFE is read as 16-bit little-endian
+/// text behind that byte order mark, lines ending at 0x000A (a 0x000D right in
+/// front of it is dropped as well), surrogate pairs not combined, a lone last
+/// byte dropped. Wide tables keep each 16-bit unit as one character; narrow
+/// tables keep only the low byte, so anything beyond the first 256 code points
+/// is damaged. Any other file is plain text read by lines up to a line feed:
+/// narrow tables as bytes, wide tables decoded line by line with the conversion
+/// of the global C++ locale at the time of the load (with the classic locale,
+/// reading stops at the first line that holds a byte above 0x7F; that line is
+/// not stored). Pipes, FIFOs and /dev/stdin read like files: the mark is looked
+/// for without seeking, and the file is opened once. A plain file with CR LF
+/// line ends keeps the carriage return in names of lines without a separator,
+/// so each of its empty lines stores the name "\r" with an empty value. No
+/// other byte order mark is known: a UTF-8 mark becomes part of the first name.
+///
+/// Loading merges into the table and never clears it. Saving always writes
+/// plain text with "=", in the table's order, first values only, with no
+/// escaping and no byte order mark, names and values cut at a zero character.
+/// So a saved file loses comments, blank lines, the order of the file read and
+/// every value but the first of a name; a name holding '=' comes back split
+/// and a value starting with blanks comes back without them.
+///
+/// Threads. Single operations by name (add, set, remove and the getters by
+/// name) take the table's lock. size(), getProperties(), forEach(), copying,
+/// and saving do not; a load takes the lock once per stored line, so other
+/// threads see the table grow line by line. A thread killed inside one of the
+/// locked operations finishes it first (the operation allocates, and must not
+/// be cut short), then dies; the table's lock is left free.
 #ifndef OVKIT_ORVAPROPERTIES_H
 #define OVKIT_ORVAPROPERTIES_H
 
@@ -88,16 +90,21 @@ template <class StringType>
 class OrvaPropertyIteratorParameter
 {
 public:
+    /// The values of one name.
     typedef std::vector<StringType> ValueVector;
+    /// An entry of the table's map: the name and its values.
     typedef std::pair<const StringType, ValueVector> Entry;
 
     OrvaPropertyIteratorParameter() {}
+    /// Copies the name and the values.
     OrvaPropertyIteratorParameter(const OrvaPropertyIteratorParameter& other)
         : m_sName(other.m_sName), m_vValues(other.m_vValues)
     {
     }
+    /// Copies the entry's name and values; not explicit, so an entry converts.
     OrvaPropertyIteratorParameter(const Entry& entry) : m_sName(entry.first), m_vValues(entry.second) {}
 
+    /// Copies the name and the values; nothing on self-assignment.
     OrvaPropertyIteratorParameter& operator=(const OrvaPropertyIteratorParameter& other)
     {
         if (this != &other)
@@ -107,6 +114,7 @@ public:
         }
         return *this;
     }
+    /// Copies the entry's name and values.
     OrvaPropertyIteratorParameter& operator=(const Entry& entry)
     {
         m_sName = entry.first;
@@ -114,8 +122,8 @@ public:
         return *this;
     }
 
-    StringType m_sName;
-    ValueVector m_vValues;
+    StringType m_sName;    ///< The name.
+    ValueVector m_vValues; ///< Its values, in the order they were added.
 };
 
 namespace OrvaSupport
@@ -131,8 +139,11 @@ class OVKIT_API OrvaPropertyIterator
 {
 public:
     OrvaPropertyIterator() {}
+    ///@{
+    /// The base class holds nothing: copying does nothing.
     OrvaPropertyIterator(const OrvaPropertyIterator&) {}
     OrvaPropertyIterator& operator=(const OrvaPropertyIterator&) { return *this; }
+    ///@}
     virtual ~OrvaPropertyIterator() {}
 
     /// Called once per entry, in the table's order.
@@ -146,10 +157,12 @@ template <class StringType>
 class OrvaPropertyIteratorFunctor
 {
 public:
+    /// Refers to `iterator`, which must outlive the functor.
     explicit OrvaPropertyIteratorFunctor(OrvaPropertyIterator<StringType>& iterator) : m_rIterator(iterator)
     {
     }
 
+    /// Copies the entry into a parameter and passes it to process().
     void operator()(const std::pair<const StringType, std::vector<StringType>>& entry)
     {
         ::OrvaPropertyIteratorParameter<StringType> parameter(entry);
@@ -167,13 +180,17 @@ template <class StringType>
 class PopulateTable
 {
 public:
+    /// The character type of the table's strings.
     typedef typename StringType::value_type Char;
 
+    /// Refers to `table`, which must outlive the function object; lines are
+    /// cut at `separator`.
     PopulateTable(OrvaProperties<StringType>& table, Char separator)
         : m_rTable(table), m_cSeparator(separator)
     {
     }
 
+    /// table.addProperty(line, separator).
     void operator()(const StringType& line) { m_rTable.addProperty(line, m_cSeparator); }
 
 private:
@@ -190,12 +207,18 @@ class OVKIT_API PropertyChanged : public OrvaNotification
 public:
     /// Id 0 and an empty name.
     PropertyChanged();
+    /// The name of the changed property, and an id.
     explicit PropertyChanged(const std::string& name, int id = 0);
+    ///@{
+    /// Copies the id and the name.
     PropertyChanged(const PropertyChanged& other);
     PropertyChanged& operator=(const PropertyChanged& other);
+    ///@}
     ~PropertyChanged() override;
 
+    /// The name of the changed property.
     const std::string& getPropertyName() const { return m_sPropertyName; }
+    /// Replaces the name.
     void setPropertyName(const std::string& name) { m_sPropertyName = name; }
 
 private:
@@ -210,8 +233,12 @@ template <class StringType>
 class OVKIT_API OrvaProperties : public OrvaObjectBase, public OrvaCollaborator
 {
 public:
+    /// The character type of the names and values.
     typedef typename StringType::value_type Char;
+    /// The values of one name, in the order they were added.
     typedef std::vector<StringType> ValueVector;
+    /// The entries, ordered by name (the string type's own order: without
+    /// regard to case for the case-insensitive types).
     typedef std::map<StringType, ValueVector> PropertyMap;
 
     /// An empty multi-valued table.
@@ -299,9 +326,9 @@ public:
     bool savePropertiesImpl(const std::string& path);
 
 protected:
-    mutable OrvaCriticalSectionObject m_oPropertyLock;
-    PropertyMap m_mapProperties;
-    bool m_bMultiValued;
+    mutable OrvaCriticalSectionObject m_oPropertyLock; ///< Guards the entries.
+    PropertyMap m_mapProperties;                       ///< The entries.
+    bool m_bMultiValued;                               ///< False: a repeated name replaces its values.
     /// Unused; kept empty.
     StringType m_sReserved;
 

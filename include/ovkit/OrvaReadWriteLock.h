@@ -1,39 +1,42 @@
-// Shared and exclusive locking on one operating-system read/write lock.
-//
-//     OrvaReadWriteLock lock;             // opened here, never lazily
-//     OrvaReadWriteLock sameLock(lock);   // a copy names the same lock
-//     lock.readLock();  ...  lock.readUnLock();
-//
-// OrvaReadWriteLock is a handle: a pointer to a heap-held smart pointer on the
-// shared RwLockImplementation, so that copies share one lock and the lock
-// dies with its last handle. Unlike OrvaCriticalSectionObject it is opened at
-// construction, has no recursion of its own and keeps no per-thread list: the
-// system lock's rules apply as they are (the reader/writer preference is the
-// platform's; nothing guarantees recursion for writers).
-//
-// Failures. The blocking calls never report to the caller: a failed system
-// call is logged at level 1, through the registered log, and the call returns
-// as if it had succeeded. The text is the operation's own, directly followed
-// by 2 when the system reported a timeout and 3 for any other error:
-//     "OrvaReadWriteLock::readLock: Acquiring Readlock exited with the following error 3"
-//     "OrvaReadWriteLock::writeLock: Acquiring Writelock exited with the following error3"
-// (only the read lock's text ends in a blank). So a second writeLock() by the
-// writer, or a readLock() under one's own write lock, is logged with 3 and
-// returns, and the caller goes on as though it held the lock it asked for.
-// The try forms log nothing.
-//
-// Unlocking a lock that nobody holds is not reported by this platform's
-// threads library: the call succeeds, nothing is logged, and the lock is
-// broken for good (tryWriteLock() fails from then on). Unlock only what the
-// calling thread holds.
-//
-// Killed threads. A thread cancelled while it holds this lock does not
-// release it: the lock stands in no per-thread list, unlike a critical
-// section. Keep killable threads out of it, or make sure it is never needed
-// again.
-//
-// Lifetime. The last handle destroys the lock without releasing it first; no
-// thread may hold it or wait for it then.
+/// \file
+/// Shared and exclusive locking on one operating-system read/write lock.
+///
+///     OrvaReadWriteLock lock;             // opened here, never lazily
+///     OrvaReadWriteLock sameLock(lock);   // a copy names the same lock
+///     lock.readLock();  ...  lock.readUnLock();
+///
+/// OrvaReadWriteLock is a handle: a pointer to a heap-held smart pointer on the
+/// shared RwLockImplementation, so that copies share one lock and the lock
+/// dies with its last handle. Unlike OrvaCriticalSectionObject it is opened at
+/// construction, has no recursion of its own and keeps no per-thread list: the
+/// system lock's rules apply as they are (the reader/writer preference is the
+/// platform's; nothing guarantees recursion for writers).
+///
+/// Failures. The blocking calls never report to the caller: a failed system
+/// call is logged at level 1, through the registered log, and the call returns
+/// as if it had succeeded. The text is the operation's own, directly followed
+/// by 2 when the system reported a timeout and 3 for any other error:
+///
+///     "OrvaReadWriteLock::readLock: Acquiring Readlock exited with the following error 3"
+///     "OrvaReadWriteLock::writeLock: Acquiring Writelock exited with the following error3"
+///
+/// (only the read lock's text ends in a blank). So a second writeLock() by the
+/// writer, or a readLock() under one's own write lock, is logged with 3 and
+/// returns, and the caller goes on as though it held the lock it asked for.
+/// The try forms log nothing.
+///
+/// Unlocking a lock that nobody holds is not reported by this platform's
+/// threads library: the call succeeds, nothing is logged, and the lock is
+/// broken for good (tryWriteLock() fails from then on). Unlock only what the
+/// calling thread holds.
+///
+/// Killed threads. A thread cancelled while it holds this lock does not
+/// release it: the lock stands in no per-thread list, unlike a critical
+/// section. Keep killable threads out of it, or make sure it is never needed
+/// again.
+///
+/// Lifetime. The last handle destroys the lock without releasing it first; no
+/// thread may hold it or wait for it then.
 #ifndef OVKIT_ORVAREADWRITELOCK_H
 #define OVKIT_ORVAREADWRITELOCK_H
 
@@ -54,7 +57,7 @@ public:
     /// Destroys the lock without releasing it.
     ~RwLockImplementation() override;
 
-    pthread_rwlock_t m_rwLock;
+    pthread_rwlock_t m_rwLock; ///< The lock itself, shared by every handle.
 };
 
 namespace OrvaSupport

@@ -1,94 +1,97 @@
-// The library's own regular expressions: a small pattern language compiled to
-// a flat list of tokens, and a greedy matcher with a deliberately simple
-// backtracking.
-//
-//     OrvaRegularExpression<std::string> re;
-//     re.setPattern("latency=[0-9]+ms");               // throws OrvaException on a bad pattern
-//     unsigned int length = 0;
-//     unsigned int at = re.find(line, length, 0);      // OrvaRegularExpression<std::string>::npos if none
-//
-// Built for std::string and std::wstring only. Compile errors are narrow texts
-// in both.
-//
-// The pattern language. A pattern is a row of tokens; each token is one of
-//   - a literal run of characters: plain characters and escapes;
-//   - a set `[...]` or `[^...]`: one character that is (is not) a member;
-//   - `.`: any one character, line ends included;
-//   - `^` as the first character of the pattern: the match starts where the
-//     search started (not at the start of the text);
-//   - `$` as the last character of the pattern: the match ends at the end of
-//     the text;
-// followed by at most one factor: `?` (zero or one), `*` (zero or more), `+`
-// (one or more). There are no groups, no alternation, no counted repetition
-// and no case folding: `(`, `)`, `{`, `}` and `|` are ordinary characters.
-//
-// Rules that differ from other dialects, on purpose:
-//   - A factor binds to the last character of a literal run: `abc*` is `ab`
-//     followed by `c*`. The step back counts pattern characters, so after an
-//     escape the factor binds to the escaped letter itself: `a\n+` is `a`
-//     followed by `n+` (no line feed anywhere).
-//   - The body of a set is read like the body of a literal: `$`, `.` and `[`
-//     end it, and a factor binds to its last member, so `[a.b]` is the set
-//     {a}, then `.`, then the literal `b]`, and `[ab*]` is {a}, `b*`, `]`.
-//   - A set needs no closing `]`: `[abc` is `[abc]`. `[`, `[]`, `[^`, `[^]` and
-//     `[]a]` are errors.
-//   - In a set, `-` makes a range up to the next pattern character, taken as it
-//     stands (`[A-]` ranges from `A` to `]`); a range at the start of a set
-//     starts at the character 0. Ends compare as signed characters, so a
-//     narrow character from 0x80 up lies below `a`.
-//   - A character 0 ends its token's text: `[-ab]` is a set with no member
-//     (it never matches) and `[^-ab]` takes every character.
-//   - Escapes: `\b` backspace, `\t`, `\n`, `\f`, `\r` as usual; `\0`, `\e`,
-//     `\x` and `\^` stand for nothing at all (`\x41` is the text `41`); any
-//     other character stands for itself, so `\d`, `\s` and `\w` are the plain
-//     letters.
-//   - A factor character that opens a token is a plain character: `*a` is
-//     the literal `*a`, and `a**` is `a*` followed by a literal `*`.
-//
-// The matcher is greedy and does not explore alternatives as textbook
-// engines do; what follows from that is part of the contract:
-//   - A pattern that starts with a literal is looked for anywhere from `pos`
-//     on. One that starts with a set or `.` does not skip forward to its
-//     first character: `[ab]c` does not find `ac` in "xac" (`[ab]*c` does,
-//     since an optional leading token moves on one place at a time). An
-//     attempt that fails after its first piece starts again one place behind
-//     where that piece began.
-//   - A leading optional token that occurs nowhere ends the search: `a?b`
-//     does not find `b` in "b".
-//   - When a token fails, the piece matched before it is given up and not
-//     tried again: `a.c` finds `ac` (0, 2) in "acx".
-//   - Anchors are checked once, after the run: `ab$` does not find the second
-//     `ab` of "abxab".
-//   - A pattern with nothing but anchors (or empty) finds nothing.
-//
-// Patterns that never return. These searches loop for ever (and grow memory):
-// `^*` and `^+`, and a literal that stands for no text with `*` or `+`
-// (`\e*`, `\x+`). Do not search with such patterns. A narrow set range whose
-// upper end is 0x7F, and a wide one ending at the largest wchar_t, has no end
-// either: compiling it throws std::length_error at once (it is no
-// OrvaException: setPatternImpl lets it pass instead of returning false).
-//
-// Offsets are unsigned int. A failed search returns the class's `npos`,
-// 0xFFFFFFFF: compare with OrvaRegularExpression<S>::npos, never with
-// std::string::npos, which on 64-bit targets is another value. Texts must be
-// shorter than 0xFFFFFFFF characters; find throws std::length_error on longer
-// ones. In log records npos appears as -1.
-//
-// Tracing. With a registered log at global level 9 the compiler's tokens
-// (print()) and every step of a search are logged at level 9; a global level
-// above 8 but not 9 gives only the substring searches of literals and the
-// search results. The level is the log's global level; per-name levels play
-// no part. A search that starts traced makes every single step, which can
-// take far longer than an untraced search of the same text (same results).
-//
-// Threads. A search takes the token list under the object's inner lock (a
-// shared reference, not a copy) and runs on it, so searches run side by side,
-// and one that races setPattern uses either the old pattern or the new one.
-// A search uses a match stack that its thread keeps between searches (the
-// capacity of up to 1024 entries stays allocated). setPatternImpl and
-// replace take the object's outer lock as well (outer before inner), so a
-// replacement runs on one pattern from start to end. A copy of an object is
-// independent of its source, with locks of its own.
+/// \file
+/// The library's own regular expressions: a small pattern language compiled to
+/// a flat list of tokens, and a greedy matcher with a deliberately simple
+/// backtracking.
+///
+///     OrvaRegularExpression<std::string> re;
+///     re.setPattern("latency=[0-9]+ms");               // throws OrvaException on a bad pattern
+///     unsigned int length = 0;
+///     unsigned int at = re.find(line, length, 0);      // OrvaRegularExpression<std::string>::npos if none
+///
+/// Built for std::string and std::wstring only. Compile errors are narrow texts
+/// in both.
+///
+/// The pattern language. A pattern is a row of tokens; each token is one of
+///   - a literal run of characters: plain characters and escapes;
+///   - a set `[...]` or `[^...]`: one character that is (is not) a member;
+///   - `.`: any one character, line ends included;
+///   - `^` as the first character of the pattern: the match starts where the
+///     search started (not at the start of the text);
+///   - `$` as the last character of the pattern: the match ends at the end of
+///     the text;
+///
+/// and each token may be followed by at most one factor: `?` (zero or one),
+/// `*` (zero or more), `+` (one or more). There are no groups, no
+/// alternation, no counted repetition and no case folding: `(`, `)`, `{`, `}`
+/// and `|` are ordinary characters.
+///
+/// Rules that differ from other dialects, on purpose:
+///   - A factor binds to the last character of a literal run: `abc*` is `ab`
+///     followed by `c*`. The step back counts pattern characters, so after an
+///     escape the factor binds to the escaped letter itself: `a\n+` is `a`
+///     followed by `n+` (no line feed anywhere).
+///   - The body of a set is read like the body of a literal: `$`, `.` and `[`
+///     end it, and a factor binds to its last member, so `[a.b]` is the set
+///     {a}, then `.`, then the literal `b]`, and `[ab*]` is {a}, `b*`, `]`.
+///   - A set needs no closing `]`: `[abc` is `[abc]`. `[`, `[]`, `[^`, `[^]` and
+///     `[]a]` are errors.
+///   - In a set, `-` makes a range up to the next pattern character, taken as it
+///     stands (`[A-]` ranges from `A` to `]`); a range at the start of a set
+///     starts at the character 0. Ends compare as signed characters, so a
+///     narrow character from 0x80 up lies below `a`.
+///   - A character 0 ends its token's text: `[-ab]` is a set with no member
+///     (it never matches) and `[^-ab]` takes every character.
+///   - Escapes: `\b` backspace, `\t`, `\n`, `\f`, `\r` as usual; `\0`, `\e`,
+///     `\x` and `\^` stand for nothing at all (`\x41` is the text `41`); any
+///     other character stands for itself, so `\d`, `\s` and `\w` are the plain
+///     letters.
+///   - A factor character that opens a token is a plain character: `*a` is
+///     the literal `*a`, and `a**` is `a*` followed by a literal `*`.
+///
+/// The matcher is greedy and does not explore alternatives as textbook
+/// engines do; what follows from that is part of the contract:
+///   - A pattern that starts with a literal is looked for anywhere from `pos`
+///     on. One that starts with a set or `.` does not skip forward to its
+///     first character: `[ab]c` does not find `ac` in "xac" (`[ab]*c` does,
+///     since an optional leading token moves on one place at a time). An
+///     attempt that fails after its first piece starts again one place behind
+///     where that piece began.
+///   - A leading optional token that occurs nowhere ends the search: `a?b`
+///     does not find `b` in "b".
+///   - When a token fails, the piece matched before it is given up and not
+///     tried again: `a.c` finds `ac` (0, 2) in "acx".
+///   - Anchors are checked once, after the run: `ab$` does not find the second
+///     `ab` of "abxab".
+///   - A pattern with nothing but anchors (or empty) finds nothing.
+///
+/// Patterns that never return. These searches loop for ever (and grow memory):
+/// `^*` and `^+`, and a literal that stands for no text with `*` or `+`
+/// (`\e*`, `\x+`). Do not search with such patterns. A narrow set range whose
+/// upper end is 0x7F, and a wide one ending at the largest wchar_t, has no end
+/// either: compiling it throws std::length_error at once (it is no
+/// OrvaException: setPatternImpl lets it pass instead of returning false).
+///
+/// Offsets are unsigned int. A failed search returns the class's `npos`,
+/// 0xFFFFFFFF: compare with OrvaRegularExpression<S>::npos, never with
+/// std::string::npos, which on 64-bit targets is another value. Texts must be
+/// shorter than 0xFFFFFFFF characters; find throws std::length_error on longer
+/// ones. In log records npos appears as -1.
+///
+/// Tracing. With a registered log at global level 9 the compiler's tokens
+/// (print()) and every step of a search are logged at level 9; a global level
+/// above 8 but not 9 gives only the substring searches of literals and the
+/// search results. The level is the log's global level; per-name levels play
+/// no part. A search that starts traced makes every single step, which can
+/// take far longer than an untraced search of the same text (same results).
+///
+/// Threads. A search takes the token list under the object's inner lock (a
+/// shared reference, not a copy) and runs on it, so searches run side by side,
+/// and one that races setPattern uses either the old pattern or the new one.
+/// A search uses a match stack that its thread keeps between searches (the
+/// capacity of up to 1024 entries stays allocated). setPatternImpl and
+/// replace take the object's outer lock as well (outer before inner), so a
+/// replacement runs on one pattern from start to end. A copy of an object is
+/// independent of its source, with locks of its own.
 #ifndef OVKIT_ORVAREGULAREXPRESSION_H
 #define OVKIT_ORVAREGULAREXPRESSION_H
 
@@ -111,6 +114,7 @@ template <class S>
 class OVKIT_API OrvaRegularExpressionImplementation
 {
 public:
+    /// The character type of patterns and texts.
     typedef typename S::value_type Char;
 
     /// The failed-search result and the absent position, 0xFFFFFFFF.
@@ -119,6 +123,7 @@ public:
     /// One compiled token.
     struct ExpressionToken
     {
+        /// What the token matches.
         enum t_Type : int
         {
             InSet = 0,    ///< one character that is in `segment`
@@ -128,33 +133,36 @@ public:
             Begin = 4,    ///< the match starts where the search started
             End = 5       ///< the match ends at the end of the text
         };
+        /// How often the token may match in a row.
         enum t_Factor : int
         {
-            One = 0,
-            ZeroOrOne = 1,
-            ZeroOrMore = 2,
-            OneOrMore = 3
+            One = 0,        ///< exactly once (no factor)
+            ZeroOrOne = 1,  ///< `?`
+            ZeroOrMore = 2, ///< `*`
+            OneOrMore = 3   ///< `+`
         };
 
-        t_Type type;
-        t_Factor factor;
+        t_Type type;     ///< What it matches.
+        t_Factor factor; ///< How often.
         /// The text of a literal, or the members of a set one after another
         /// (ranges written out, duplicates allowed); empty otherwise.
         S segment;
     };
 
+    /// A compiled pattern: its tokens in pattern order.
     typedef std::vector<ExpressionToken> TokenList;
+    /// A position in a token list.
     typedef typename TokenList::const_iterator iterator;
 
     /// One entry of a search's match stack.
     struct MatchToken
     {
-        /// The text of the entry: the one character matched by a set or
-        /// `.`, the token's segment for a literal. Stored only by a traced
-        /// search, so that an untraced one copies no text.
+        /// The text of the entry: the one character matched by a set or by
+        /// the dot, the token's segment for a literal. Stored only by a
+        /// traced search, so that an untraced one copies no text.
         S segment;
-        unsigned int position;
-        unsigned int length;
+        unsigned int position; ///< Offset of the matched piece in the text.
+        unsigned int length;   ///< Length of the matched piece.
         /// Index of the entry to go back to; -1 when there is none.
         int previous;
         /// The token that made the entry.
@@ -199,6 +207,7 @@ public:
     /// 0xFFFFFFFF characters or more.
     unsigned int find(const S& text, unsigned int& length, unsigned int pos) const;
 
+    ///@{
     /// Steps of a search. Each tries `token` at `pos`; on success it pushes
     /// an entry (addMatch) and returns the offset behind the match, otherwise
     /// npos. A literal is looked for from `pos` on, and accepted elsewhere
@@ -209,6 +218,7 @@ public:
                           std::vector<MatchToken>& stack) const;
     unsigned int matchSet(const S& text, unsigned int pos, iterator token,
                           std::vector<MatchToken>& stack) const;
+    ///@}
     /// Sets the entry's token and back link and pushes a copy; always true.
     bool addMatch(MatchToken& match, iterator token, std::vector<MatchToken>& stack) const;
 

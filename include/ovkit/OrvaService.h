@@ -1,31 +1,32 @@
-// The frame a daemon's main program sits in.
-//
-//     class Agent : public OrvaSupport::OrvaService
-//     {
-//         bool onStart(const std::string& argument) override { m_worker.start(); return true; }
-//         void onStop() override { m_worker.shutDown(); }
-//         ...
-//     };
-//     int main() { Agent agent; return agent.start("", true) ? 0 : 1; }   // the daemon child returns
-//
-// A client derives from OrvaService, brings its work up in onStart and down
-// in onStop, builds one instance in main and calls start. start blocks on the
-// object's stop event until somebody calls stop, either directly or through
-// SIGINT or SIGTERM, which ControlHandler turns into a stop of the service
-// object constructed last. With daemon true, start first forks a detached
-// child in a session of its own; once the child exists, the calling process
-// does not return from start but leaves with an exit status that reports how
-// the child's onStart went:
-//
-//     0    onStart returned true
-//     1    onStart returned false, or the child ended without a report
-//     253  (-3) no report within 60 seconds; the child goes on regardless
-//     252  (-4) waiting for the report failed (a signal that interrupts
-//          the wait does not count: the wait goes on to its limit)
-//
-// The frame catches SIGINT, SIGTERM and SIGPIPE, and on the daemon road also
-// SIGCHLD. Only the first SIGINT or SIGTERM of a process reaches a service;
-// every later one is caught and dropped, whatever object or start it meets.
+/// \file
+/// The frame a daemon's main program sits in.
+///
+///     class Agent : public OrvaSupport::OrvaService
+///     {
+///         bool onStart(const std::string& argument) override { m_worker.start(); return true; }
+///         void onStop() override { m_worker.shutDown(); }
+///         ...
+///     };
+///     int main() { Agent agent; return agent.start("", true) ? 0 : 1; }   // the daemon child returns
+///
+/// A client derives from OrvaService, brings its work up in onStart and down
+/// in onStop, builds one instance in main and calls start. start blocks on the
+/// object's stop event until somebody calls stop, either directly or through
+/// SIGINT or SIGTERM, which ControlHandler turns into a stop of the service
+/// object constructed last. With daemon true, start first forks a detached
+/// child in a session of its own; once the child exists, the calling process
+/// does not return from start but leaves with an exit status that reports how
+/// the child's onStart went:
+///
+///     0    onStart returned true
+///     1    onStart returned false, or the child ended without a report
+///     253  (-3) no report within 60 seconds; the child goes on regardless
+///     252  (-4) waiting for the report failed (a signal that interrupts
+///          the wait does not count: the wait goes on to its limit)
+///
+/// The frame catches SIGINT, SIGTERM and SIGPIPE, and on the daemon road also
+/// SIGCHLD. Only the first SIGINT or SIGTERM of a process reaches a service;
+/// every later one is caught and dropped, whatever object or start it meets.
 #ifndef OVKIT_ORVASERVICE_H
 #define OVKIT_ORVASERVICE_H
 
@@ -126,6 +127,7 @@ public:
 
     /// The second name given to the five-argument constructor; empty otherwise.
     std::string serviceName() const;
+    /// The state, read without a lock.
     t_ServiceState state() const;
     /// The stop event. Setting it directly ends start just as stop does, with
     /// the state going straight from serviceRunning to serviceStopped.
@@ -136,23 +138,27 @@ public:
     static OrvaService* getService();
 
 protected:
-    // What the constructors were given. The frame reads only the service
-    // name; the other names and the option mean whatever the subclass wants.
+    ///@{
+    /// What the constructors were given. The frame reads only the service
+    /// name; the other names and the option mean whatever the subclass wants.
     std::string m_sFirstName;
     std::string m_sServiceName;
     std::string m_sThirdName;
     std::string m_sFourthName;
-    // Always empty.
+    ///@}
+    ///@{
+    /// Always empty.
     std::string m_sSpare;
     std::wstring m_wsSpare;
+    ///@}
 
-    OrvaEvent m_oStopEvent;
-    // Set when start takes the daemon road; nothing reads it.
+    OrvaEvent m_oStopEvent; ///< See getEventObject().
+    /// Set when start takes the daemon road; nothing reads it.
     bool m_bDaemon;
-    bool m_bOption;
-    t_ServiceState m_nState;
+    bool m_bOption;          ///< See m_sFirstName.
+    t_ServiceState m_nState; ///< See state().
 
-    static OrvaService* m_pThis;
+    static OrvaService* m_pThis; ///< See getService().
 
 private:
     bool startInForeground(const std::string& argument);

@@ -1,19 +1,20 @@
-// Control of a named operating-system service: start, stop, restart, query
-// and the start type.
-//
-//     OrvaServiceControl* control = OrvaServiceControl::CreateOrvaServiceControl("agent");
-//     try { control->StartService(); }
-//     catch (const OrvaServiceControlException& e) { /* e.m_nCode == 99: not available */ }
-//     delete control;
-//
-// The interface is abstract; its only back end, OrvaServiceControlLin, has no
-// way of controlling a service on this platform. Every one of its operations
-// throws OrvaServiceControlException with code 99 and detail 0, whatever the
-// name and the arguments, so that a client learns at run time that the
-// operation is not there. No command is run, no file is touched and nothing
-// is logged. None of the operations returns: their result types only give a
-// back end that could answer somewhere to report through (bool for done or
-// not, int for a status or a start type).
+/// \file
+/// Control of a named operating-system service: start, stop, restart, query
+/// and the start type.
+///
+///     OrvaServiceControl* control = OrvaServiceControl::CreateOrvaServiceControl("agent");
+///     try { control->StartService(); }
+///     catch (const OrvaServiceControlException& e) { /* e.m_nCode == 99: not available */ }
+///     delete control;
+///
+/// The interface is abstract; its only back end, OrvaServiceControlLin, has no
+/// way of controlling a service on this platform. Every one of its operations
+/// throws OrvaServiceControlException with code 99 and detail 0, whatever the
+/// name and the arguments, so that a client learns at run time that the
+/// operation is not there. No command is run, no file is touched and nothing
+/// is logged. None of the operations returns: their result types only give a
+/// back end that could answer somewhere to report through (bool for done or
+/// not, int for a status or a start type).
 #ifndef OVKIT_ORVASERVICECONTROL_H
 #define OVKIT_ORVASERVICECONTROL_H
 
@@ -30,6 +31,7 @@ namespace OrvaSupport
 class OVKIT_API OrvaServiceControlException
 {
 public:
+    /// Keeps both values as they are.
     OrvaServiceControlException(int code, int detail) : m_nCode(code), m_nDetail(detail) {}
 
     /// 99: the operation is not available.
@@ -49,7 +51,11 @@ public:
 
     virtual ~OrvaServiceControl();
 
-    // Each operation lets only OrvaServiceControlException leave it.
+    ///@{
+    /// Starts, stops or restarts the service, or asks for its status, its
+    /// start type or whether it is installed, or sets its start type; see
+    /// the top of this file for what a back end returns. Each operation lets
+    /// only OrvaServiceControlException leave it.
     virtual bool StartService() = 0;
     virtual bool StopService() = 0;
     virtual bool RestartService() = 0;
@@ -57,8 +63,10 @@ public:
     virtual int GetServiceStartType() = 0;
     virtual bool SetServiceStartType(unsigned int startType) = 0;
     virtual bool IsServiceInstalled() = 0;
+    ///@}
 
 protected:
+    /// Keeps the name.
     explicit OrvaServiceControl(const std::string& name);
 
     /// The service's name, as given.
@@ -70,9 +78,12 @@ protected:
 class OVKIT_API OrvaServiceControlLin : public OrvaServiceControl
 {
 public:
+    /// Keeps the name; touches nothing else.
     explicit OrvaServiceControlLin(const std::string& name);
     ~OrvaServiceControlLin() override;
 
+    ///@{
+    /// Throws OrvaServiceControlException(99, 0).
     bool StartService() override;
     bool StopService() override;
     bool RestartService() override;
@@ -80,6 +91,7 @@ public:
     int GetServiceStartType() override;
     bool SetServiceStartType(unsigned int startType) override;
     bool IsServiceInstalled() override;
+    ///@}
 };
 
 } // namespace OrvaSupport

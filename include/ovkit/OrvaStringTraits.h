@@ -1,20 +1,21 @@
-// Case-insensitive character traits and the two string types built on them.
-//
-//     OrvaSupport::ci_string name("Path");
-//     name == "PATH";                       // true: compared without regard to case
-//     name.c_str();                         // "Path": the case given is kept
-//
-// char_traits_ci<C> behaves like std::char_traits<C>, except that eq, lt,
-// compare and find fold both sides to lower case first: narrow characters with
-// the C library's tolower on the signed value of the char, wide ones with
-// towlower. The folding therefore follows the C locale of the process (the
-// "C" locale unless the program calls setlocale), so outside ASCII it depends
-// on that locale. Comparison orders by the folded values; with equal folded
-// prefixes the shorter string is the lower, as in any std::basic_string.
-//
-// The types are meant as keys of ordered containers (the case-insensitive
-// property tables) and for searching; they have no std::hash and no stream
-// operators of their own (use c_str()).
+/// \file
+/// Case-insensitive character traits and the two string types built on them.
+///
+///     OrvaSupport::ci_string name("Path");
+///     name == "PATH";                       // true: compared without regard to case
+///     name.c_str();                         // "Path": the case given is kept
+///
+/// char_traits_ci<C> behaves like std::char_traits<C>, except that eq, lt,
+/// compare and find fold both sides to lower case first: narrow characters with
+/// the C library's tolower on the signed value of the char, wide ones with
+/// towlower. The folding therefore follows the C locale of the process (the
+/// "C" locale unless the program calls setlocale), so outside ASCII it depends
+/// on that locale. Comparison orders by the folded values; with equal folded
+/// prefixes the shorter string is the lower, as in any std::basic_string.
+///
+/// The types are meant as keys of ordered containers (the case-insensitive
+/// property tables) and for searching; they have no std::hash and no stream
+/// operators of their own (use c_str()).
 #ifndef OVKIT_ORVASTRINGTRAITS_H
 #define OVKIT_ORVASTRINGTRAITS_H
 

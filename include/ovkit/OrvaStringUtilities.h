@@ -1,12 +1,13 @@
-// Narrow/wide conversion, trimming, C-string hand-over and hexadecimal text.
-//
-//     std::wstring w = OrvaStringUtilities::widen("abc", OrvaLocaleFactory::getDefaultLocale(true));
-//     std::string s = OrvaStringUtilities::trim(std::string("  a "), std::string(" "),
-//                                               OrvaStringUtilities::TrimBoth);   // "a"
-//     std::string hex = OrvaBytesToHex("\x0a\xff", 2);                            // "0AFF"
-//
-// None of these operations keeps state; they may be called from any thread.
-// The case-insensitive string types live in <ovkit/OrvaStringTraits.h>.
+/// \file
+/// Narrow/wide conversion, trimming, C-string hand-over and hexadecimal text.
+///
+///     std::wstring w = OrvaStringUtilities::widen("abc", OrvaLocaleFactory::getDefaultLocale(true));
+///     std::string s = OrvaStringUtilities::trim(std::string("  a "), std::string(" "),
+///                                               OrvaStringUtilities::TrimBoth);   // "a"
+///     std::string hex = OrvaBytesToHex("\x0a\xff", 2);                            // "0AFF"
+///
+/// None of these operations keeps state; they may be called from any thread.
+/// The case-insensitive string types live in <ovkit/OrvaStringTraits.h>.
 #ifndef OVKIT_ORVASTRINGUTILITIES_H
 #define OVKIT_ORVASTRINGUTILITIES_H
 
@@ -62,10 +63,13 @@ public:
     static S trim(const S& text, const typename SameType<S>::type& characters, tTrimOption option);
 };
 
+///@{
+/// The two instances of trim() that the library holds.
 extern template OVKIT_API std::string OrvaStringUtilities::trim<std::string>(const std::string&,
                                                                              const std::string&, tTrimOption);
 extern template OVKIT_API std::wstring
 OrvaStringUtilities::trim<std::wstring>(const std::wstring&, const std::wstring&, tTrimOption);
+///@}
 
 /// Copies the text with its terminating zero into `buffer` and returns
 /// `buffer`. Returns null, copying nothing, when `buffer` is null or the text

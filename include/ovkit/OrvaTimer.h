@@ -1,24 +1,25 @@
-// Timers: events that set themselves after an interval, once or repeatedly.
-//
-//     OrvaTimer tick(2000, false);   // every two seconds, once started
-//     tick.reset();                  // start with the stored interval
-//     while (tick.wait(-1) == 0) { ... }
-//
-// All timers of a process share one operating-system timer (ITIMER_REAL). The
-// OrvaTimerManager singleton keeps the queued timers in a list sorted by
-// their next firing, arms the system timer for the earliest one, and at each
-// SIGALRM starts a short-lived thread that sets the timers that are due. A
-// timer's set(), and so its dependents and the waking of its waiters, runs
-// as a rule on that thread.
-//
-// Resolution is whole seconds. A timer's next firing is the current second
-// plus the interval's seconds, with the interval's milliseconds beside it;
-// a firing in the present second is due at once, whatever its milliseconds.
-// So an interval below one second fires as soon as the signals have been
-// handled, and, repeating, fires again after every scan. A repeating timer's
-// next firing counts from the time it fired.
-//
-// The library owns SIGALRM and SIGUSR1; clients leave them alone.
+/// \file
+/// Timers: events that set themselves after an interval, once or repeatedly.
+///
+///     OrvaTimer tick(2000, false);   // every two seconds, once started
+///     tick.reset();                  // start with the stored interval
+///     while (tick.wait(-1) == 0) { ... }
+///
+/// All timers of a process share one operating-system timer (ITIMER_REAL). The
+/// OrvaTimerManager singleton keeps the queued timers in a list sorted by
+/// their next firing, arms the system timer for the earliest one, and at each
+/// SIGALRM starts a short-lived thread that sets the timers that are due. A
+/// timer's set(), and so its dependents and the waking of its waiters, runs
+/// as a rule on that thread.
+///
+/// Resolution is whole seconds. A timer's next firing is the current second
+/// plus the interval's seconds, with the interval's milliseconds beside it;
+/// a firing in the present second is due at once, whatever its milliseconds.
+/// So an interval below one second fires as soon as the signals have been
+/// handled, and, repeating, fires again after every scan. A repeating timer's
+/// next firing counts from the time it fired.
+///
+/// The library owns SIGALRM and SIGUSR1; clients leave them alone.
 #ifndef OVKIT_ORVATIMER_H
 #define OVKIT_ORVATIMER_H
 
@@ -70,8 +71,8 @@ public:
         /// operator< or operator==.
         bool operator<=(const TimeInterval& b) const;
 
-        long m_nSeconds;
-        long m_nMilliseconds;
+        long m_nSeconds;      ///< Whole seconds.
+        long m_nMilliseconds; ///< Milliseconds beyond them, below 1000 after set().
     };
 
     /// Zero interval, not one-shot, idle.
@@ -94,6 +95,7 @@ public:
     virtual void start(long seconds, long milliseconds, bool oneShot);
     /// Takes a queued timer off the list; an idle timer is left alone.
     virtual void stop();
+    /// The one-shot flag last given.
     virtual bool isOneShot() const;
 
     /// True while the timer is on the manager's list.
@@ -122,8 +124,8 @@ private:
 /// in signal context. A child process after fork() keeps its timers: the
 /// system timer is armed again there. One library thread waits ahead for the
 /// system timer's next expiry; it stays after the last timer stopped, until
-/// that expiry (at most the longest interval armed) or the library's unload. At unload the manager waits (at most
-/// two seconds) for the library's own threads that are still under way.
+/// that expiry (at most the longest interval armed) or the library's unload. At unload the manager waits (at
+/// most two seconds) for the library's own threads that are still under way.
 class OVKIT_API OrvaTimerManager
 {
 public:

@@ -1,22 +1,23 @@
-// Word cutters and <NAME> expansion.
-//
-// The library has several ideas of what a word is, one per function, and
-// they differ on purpose: pick the one whose rules fit the text at hand.
-//
-//     std::vector<std::string> words;
-//     OrvaTokenizer(std::string("a, b,,c"), " ,", words);      // a, b, c
-//     OrvaParseCommandLine("prog \"a b\" c", words);           // prog, a b, c
-//     std::string path = OrvaExpandString("<HOME>/etc");      // from the environment
-//
-// Summary of the word rules:
-// - OrvaTokenizer with delimiters: runs of delimiters separate, no empty words,
-//   no quoting.
-// - OrvaExtractFirstString: one word off the front, a leading double quote
-//   protects blanks.
-// - OrvaParseCommandLine: blanks (not tabs) separate; double quotes protect
-//   blanks and are removed, also in the middle of a word.
-// - OrvaCmdLineTokenizer: blanks and tabs separate; double and single quotes
-//   protect, a doubled quote inside quotes stands for itself.
+/// \file
+/// Word cutters and `<NAME>` expansion.
+///
+/// The library has several ideas of what a word is, one per function, and
+/// they differ on purpose: pick the one whose rules fit the text at hand.
+///
+///     std::vector<std::string> words;
+///     OrvaTokenizer(std::string("a, b,,c"), " ,", words);      // a, b, c
+///     OrvaParseCommandLine("prog \"a b\" c", words);           // prog, a b, c
+///     std::string path = OrvaExpandString("<HOME>/etc");      // from the environment
+///
+/// Summary of the word rules:
+/// - OrvaTokenizer with delimiters: runs of delimiters separate, no empty words,
+///   no quoting.
+/// - OrvaExtractFirstString: one word off the front, a leading double quote
+///   protects blanks.
+/// - OrvaParseCommandLine: blanks (not tabs) separate; double quotes protect
+///   blanks and are removed, also in the middle of a word.
+/// - OrvaCmdLineTokenizer: blanks and tabs separate; double and single quotes
+///   protect, a doubled quote inside quotes stands for itself.
 #ifndef OVKIT_ORVATOKENIZER_H
 #define OVKIT_ORVATOKENIZER_H
 

@@ -1,27 +1,28 @@
-// A keyed tree of reference-counted nodes, reached by paths of keys.
-//
-//     OrvaSmartPointer<OrvaTreeNode> root(new OrvaTreeNode);
-//     root->add(new MyNode("daemons/agent/port"), "/");    // makes "daemons" and "agent"
-//     OrvaSmartPointer<OrvaTreeNode> port = root->getNode("daemons / agent/port", "/");
-//
-// A node owns its children through smart pointers; a child lives as long as
-// some parent or client holds it. Levels that a path passes through and that
-// do not exist yet are made as plain OrvaTreeNode objects ("placeholders").
-// Clients derive from OrvaTreeNode to hang their own data in the tree, and
-// the tree treats those nodes differently when a path is added a second time
-// (see add(node, path)).
-//
-// Which nodes are placeholders is decided by the name of the run-time type: a
-// node whose type name contains the text "OrvaTreeNode" is one. A client's
-// class named, say, MyOrvaTreeNode is therefore taken for a placeholder too.
-//
-// Keys are compared as plain byte strings, case-sensitive. Each path entry is
-// trimmed of blanks at both ends before it is used.
-//
-// Thread safety: none beyond the reference counts. A tree that several
-// threads change needs a lock of the caller's. The forms that take a string
-// of delimiters cut the path with the C library's strtok: they must not run
-// on two threads at once, and they disturb a strtok sequence of the caller's.
+/// \file
+/// A keyed tree of reference-counted nodes, reached by paths of keys.
+///
+///     OrvaSmartPointer<OrvaTreeNode> root(new OrvaTreeNode);
+///     root->add(new MyNode("daemons/agent/port"), "/");    // makes "daemons" and "agent"
+///     OrvaSmartPointer<OrvaTreeNode> port = root->getNode("daemons / agent/port", "/");
+///
+/// A node owns its children through smart pointers; a child lives as long as
+/// some parent or client holds it. Levels that a path passes through and that
+/// do not exist yet are made as plain OrvaTreeNode objects ("placeholders").
+/// Clients derive from OrvaTreeNode to hang their own data in the tree, and
+/// the tree treats those nodes differently when a path is added a second time
+/// (see add(node, path)).
+///
+/// Which nodes are placeholders is decided by the name of the run-time type: a
+/// node whose type name contains the text "OrvaTreeNode" is one. A client's
+/// class named, say, MyOrvaTreeNode is therefore taken for a placeholder too.
+///
+/// Keys are compared as plain byte strings, case-sensitive. Each path entry is
+/// trimmed of blanks at both ends before it is used.
+///
+/// Thread safety: none beyond the reference counts. A tree that several
+/// threads change needs a lock of the caller's. The forms that take a string
+/// of delimiters cut the path with the C library's strtok: they must not run
+/// on two threads at once, and they disturb a strtok sequence of the caller's.
 #ifndef OVKIT_ORVATREENODE_H
 #define OVKIT_ORVATREENODE_H
 
@@ -42,6 +43,7 @@ class OVKIT_API OrvaTreeNode : public OrvaObjectBase, public OrvaCollaborator
 public:
     /// An empty key, no children, no parent.
     OrvaTreeNode();
+    /// `key`, no children, no parent. Not explicit: a string converts.
     OrvaTreeNode(const std::string& key);
     /// Copies the key, the parent pointer and the list of children: the
     /// children are shared with `other`, not copied. The copy starts with no
@@ -55,6 +57,7 @@ public:
     /// Drops the references to the children.
     ~OrvaTreeNode() noexcept(false) override;
 
+    /// The key.
     const std::string& getKey() const;
     /// Changes the key only: the node is not moved to its new sorted place
     /// among its siblings.

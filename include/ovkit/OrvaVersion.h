@@ -1,32 +1,33 @@
-// Dotted version numbers with an optional trailing word, and lists of
-// versions and version ranges.
-//
-//     OrvaVersion v("2.4.1.beta");                          // 2, 4, 1 and the word "beta"
-//     OrvaVersion::compare(v, OrvaVersion("2.4.1"));       // VersionGreater
-//     auto ranges = OrvaVersion::createRangeVector("1.5,{2.0-3.0}");
-//     bool ok = std::any_of(ranges.begin(), ranges.end(),
-//                           [&](const auto& r) { return OrvaVersionRange()(r, v); });   // true
-//
-// Version grammar: numbers separated by single dots, and one optional last
-// word that does not begin with a decimal digit ("1.2.3", "1.2.beta"). A part
-// that begins with a digit counts by its leading digits only ("3a" is 3; a
-// number beyond the range of int counts as 2147483647). A minus sign is no
-// digit: "-1" is a word. Nothing is trimmed, and an empty part is kept as a
-// part: "1..2" and "." are malformed, and in "1.2." the empty last part is an
-// empty word, so that version is 1.2.
-//
-// Order: numbers compare from the left; missing numbers count as 0, so "1.2"
-// equals "1.2.0.0". With equal numbers the words decide, as unsigned bytes,
-// and no word comes before any word: "1.2" is below "1.2.beta", which is below
-// "1.2.rc". The empty text is a version too: below "0.beta", equal to "0".
-//
-// Range lists: entries separated by commas; an entry "{low-high}" holds the
-// versions from low up to, but not including, high; any other entry holds the
-// versions equal to it. The first "-" of an entry ends its lower bound, so a
-// bound cannot itself contain a "-". The character that closes a range is not
-// looked at: "{1.0-2.0]" reads as "{1.0-2.0}".
-//
-// A version is a plain value: no locks, no shared state.
+/// \file
+/// Dotted version numbers with an optional trailing word, and lists of
+/// versions and version ranges.
+///
+///     OrvaVersion v("2.4.1.beta");                          // 2, 4, 1 and the word "beta"
+///     OrvaVersion::compare(v, OrvaVersion("2.4.1"));       // VersionGreater
+///     auto ranges = OrvaVersion::createRangeVector("1.5,{2.0-3.0}");
+///     bool ok = std::any_of(ranges.begin(), ranges.end(),
+///                           [&](const auto& r) { return OrvaVersionRange()(r, v); });   // true
+///
+/// Version grammar: numbers separated by single dots, and one optional last
+/// word that does not begin with a decimal digit ("1.2.3", "1.2.beta"). A part
+/// that begins with a digit counts by its leading digits only ("3a" is 3; a
+/// number beyond the range of int counts as 2147483647). A minus sign is no
+/// digit: "-1" is a word. Nothing is trimmed, and an empty part is kept as a
+/// part: "1..2" and "." are malformed, and in "1.2." the empty last part is an
+/// empty word, so that version is 1.2.
+///
+/// Order: numbers compare from the left; missing numbers count as 0, so "1.2"
+/// equals "1.2.0.0". With equal numbers the words decide, as unsigned bytes,
+/// and no word comes before any word: "1.2" is below "1.2.beta", which is below
+/// "1.2.rc". The empty text is a version too: below "0.beta", equal to "0".
+///
+/// Range lists: entries separated by commas; an entry "{low-high}" holds the
+/// versions from low up to, but not including, high; any other entry holds the
+/// versions equal to it. The first "-" of an entry ends its lower bound, so a
+/// bound cannot itself contain a "-". The character that closes a range is not
+/// looked at: "{1.0-2.0]" reads as "{1.0-2.0}".
+///
+/// A version is a plain value: no locks, no shared state.
 #ifndef OVKIT_ORVAVERSION_H
 #define OVKIT_ORVAVERSION_H
 
@@ -60,8 +61,11 @@ public:
     OrvaVersion(int*);
     /// parse(text) on an empty version; throws as parse() does.
     OrvaVersion(const std::string& text);
+    ///@{
+    /// Copies the numbers and the word.
     OrvaVersion(const OrvaVersion& other);
     OrvaVersion& operator=(const OrvaVersion& other);
+    ///@}
     /// Empties the version, then parse(text). After a throw the version holds
     /// the numbers read before the malformed part.
     OrvaVersion& operator=(const std::string& text);
@@ -110,6 +114,7 @@ private:
 /// the versions that compare equal to its lower bound. Stateless.
 struct OVKIT_API OrvaVersionRange
 {
+    /// True when `version` lies in `range` (lower bound, upper bound).
     bool operator()(const std::pair<OrvaVersion, OrvaVersion>& range, const OrvaVersion& version) const;
 };
 

@@ -1,4 +1,5 @@
-// Umbrella header: the whole exported interface of libovkit.so.1.
+/// \file
+/// Umbrella header: the whole exported interface of libovkit.so.1.
 #ifndef OVKIT_OVKIT_H
 #define OVKIT_OVKIT_H
 

@@ -1,0 +1,35 @@
+# Checks that the exported header set is whole: every header in include/ovkit
+# is on the library's header list (so it is installed, and compiled alone by
+# ovkit_header_check), and the umbrella header ovkit.h includes every other
+# one. Arguments: -DHEADER_DIR=<include/ovkit> -DLISTED=<names separated by |>.
+cmake_minimum_required(VERSION 3.25)
+string(REPLACE "|" ";" listed "${LISTED}")
+file(GLOB present RELATIVE ${HEADER_DIR} ${HEADER_DIR}/*.h)
+file(STRINGS ${HEADER_DIR}/ovkit.h include_lines REGEX "^#include <ovkit/[^>]+>")
+set(included)
+foreach(line IN LISTS include_lines)
+  string(REGEX REPLACE "^#include <ovkit/([^>]+)>.*" "\\1" name "${line}")
+  list(APPEND included ${name})
+endforeach()
+
+set(faults)
+foreach(header IN LISTS present)
+  if(NOT header IN_LIST listed)
+    list(APPEND faults "${header} is not on the header list of CMakeLists.txt (not installed, not checked alone)")
+  endif()
+  if(NOT header STREQUAL "ovkit.h" AND NOT header IN_LIST included)
+    list(APPEND faults "ovkit.h does not include ${header}")
+  endif()
+endforeach()
+foreach(name IN LISTS included)
+  if(NOT name IN_LIST present)
+    list(APPEND faults "ovkit.h includes ${name}, which is not in ${HEADER_DIR}")
+  endif()
+endforeach()
+
+if(faults)
+  list(JOIN faults "\n  " text)
+  message(FATAL_ERROR "the exported header set is not whole:\n  ${text}")
+endif()
+list(LENGTH present count)
+message(STATUS "${count} headers: all listed, all in ovkit.h")
