@@ -1,18 +1,19 @@
-// The broadcast event: a pulse that wakes every thread waiting at that moment.
-//
-//     OrvaEvent ready;
-//     // waiting thread:                     // other thread:
-//     ready.wait(-1);                        ready.set();
-//
-// An event has no signalled state and keeps no memory of a set(): a set()
-// with no waiter is lost, and a thread that starts waiting after a set()
-// waits for the next one. Dependents (see OrvaNotification.h) are told of
-// each set() before the waiters are woken. OrvaTimer is an event that sets
-// itself.
-//
-// Results of every wait: 0 woken by a set (or nothing to wait on), -2 timed
-// out, -3 failed; a timeout of -1 means no limit. The constants c_nWaitDone,
-// c_nWaitTimedOut, c_nWaitFailed and c_nWaitForever name them.
+/// \file
+/// The broadcast event: a pulse that wakes every thread waiting at that moment.
+///
+///     OrvaEvent ready;
+///     // waiting thread:                     // other thread:
+///     ready.wait(-1);                        ready.set();
+///
+/// An event has no signalled state and keeps no memory of a set(): a set()
+/// with no waiter is lost, and a thread that starts waiting after a set()
+/// waits for the next one. Dependents (see OrvaNotification.h) are told of
+/// each set() before the waiters are woken. OrvaTimer is an event that sets
+/// itself.
+///
+/// Results of every wait: 0 woken by a set (or nothing to wait on), -2 timed
+/// out, -3 failed; a timeout of -1 means no limit. The constants c_nWaitDone,
+/// c_nWaitTimedOut, c_nWaitFailed and c_nWaitForever name them.
 #ifndef OVKIT_ORVAEVENT_H
 #define OVKIT_ORVAEVENT_H
 
@@ -36,7 +37,9 @@ class OVKIT_API OrvaEventNotification : public OrvaNotification
 {
 public:
     OrvaEventNotification();
+    /// Copies the id.
     OrvaEventNotification(const OrvaEventNotification& other);
+    /// Copies the id.
     OrvaEventNotification& operator=(const OrvaEventNotification& other);
     ~OrvaEventNotification() override;
 };
@@ -89,7 +92,12 @@ public:
     /// Deletes the notification; null is allowed.
     virtual void destroyNotification(OrvaNotification* notification);
 
+    /// Appends a dependent to the event's list (see OrvaCollaborator): it is
+    /// told of every later set() on the setting thread, before the waiters
+    /// wake. The dependent is not owned and must be removed before it dies.
     void addDependent(OrvaDependent& dependent);
+    /// Removes every occurrence of the dependent. Does not wait for a set()
+    /// that is delivering to it on another thread at that moment.
     void removeDependent(OrvaDependent& dependent);
 
     /// Waits for several events: for one of them (`waitAll` false; result: an

@@ -1,27 +1,28 @@
-// Threads that wait on an event: once, or at every firing of a timer.
-//
-//     class Poller : public OrvaEventTimerThread
-//     {
-//     public:
-//         explicit Poller(OrvaTimer& timer) : OrvaEventTimerThread("poller", timer) {}
-//         void onTimer() override { ... }            // on the poller's own thread
-//     };
-//     OrvaTimer tick(5000, false);
-//     Poller poller(tick);
-//     poller.start();
-//     tick.reset();                                  // onTimer() every five seconds
-//
-// OrvaEventWaitThread turns one wait on an event into a thread, so that events
-// can be awaited with the group wait of OrvaThread; OrvaEvent's static wait()
-// on several events is built on it. OrvaEventTimerThread calls onTimer() on its
-// own thread at each firing of a timer.
-//
-// Both share one start handshake. An event keeps no memory of a set(), so a
-// destructor that wants to release the thread's wait must not set the event
-// before the thread has reached it: it looks every 100 milliseconds until the
-// thread's run() has begun. Even so, a set() that comes after run() has begun
-// but before it has entered the wait is lost, and the thread then waits for
-// the next set() or firing; a destructor that met such a moment waits with it.
+/// \file
+/// Threads that wait on an event: once, or at every firing of a timer.
+///
+///     class Poller : public OrvaEventTimerThread
+///     {
+///     public:
+///         explicit Poller(OrvaTimer& timer) : OrvaEventTimerThread("poller", timer) {}
+///         void onTimer() override { ... }            // on the poller's own thread
+///     };
+///     OrvaTimer tick(5000, false);
+///     Poller poller(tick);
+///     poller.start();
+///     tick.reset();                                  // onTimer() every five seconds
+///
+/// OrvaEventWaitThread turns one wait on an event into a thread, so that events
+/// can be awaited with the group wait of OrvaThread; OrvaEvent's static wait()
+/// on several events is built on it. OrvaEventTimerThread calls onTimer() on its
+/// own thread at each firing of a timer.
+///
+/// Both share one start handshake. An event keeps no memory of a set(), so a
+/// destructor that wants to release the thread's wait must not set the event
+/// before the thread has reached it: it looks every 100 milliseconds until the
+/// thread's run() has begun. Even so, a set() that comes after run() has begun
+/// but before it has entered the wait is lost, and the thread then waits for
+/// the next set() or firing; a destructor that met such a moment waits with it.
 #ifndef OVKIT_ORVAEVENTTHREAD_H
 #define OVKIT_ORVAEVENTTHREAD_H
 

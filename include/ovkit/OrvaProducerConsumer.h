@@ -1,31 +1,32 @@
-// The core of a blocking queue: a queue with its lock, and the bracket that
-// lets consumers sleep until something arrives or production has ended.
-//
-//     // in a subclass of OrvaBaseProducerConsumer, with the subclass's queue:
-//     lockSyncMutex(); push(item); setSyncEvent(); unlockSyncMutex();   // producer
-//     lockSyncMutex();                                                  // consumer
-//     while (empty() && !m_bSentinel)
-//         waitForSyncEvent();
-//     bool got = takeOne(item);          // false once drained after the sentinel
-//     unlockSyncMutex();
-//     produceSentinel(false);  /* join the consumers */  /* destroy */  // the end
-//
-// The library holds no elements: the client's subclasses do, and they carry
-// the typed add and take operations and the test of the sentinel. Unlike an
-// OrvaEvent, the sync mutex links producer and consumer: a consumer tests the
-// queue and the sentinel while it holds the mutex, and waitForSyncEvent()
-// gives the mutex up only inside the wait, so no wake-up is lost.
-//
-// Two locks, two jobs: the queue's OrvaCriticalSectionObject guards the
-// container, the sync mutex orders the waiting. The order is always the sync
-// mutex first, then the queue lock, then the log lock.
-//
-// Ending: produceSentinel() wakes every consumer, which then drains what is
-// left (nothing, if the queue was cleared) and leaves. Destroy the
-// producer/consumer only after that, in this order: produceSentinel(), wait
-// for (join) every consumer thread, destroy. Destroying it while a consumer
-// still waits in waitForSyncEvent() destroys a condition variable in use,
-// which may hang the destroying thread for ever.
+/// \file
+/// The core of a blocking queue: a queue with its lock, and the bracket that
+/// lets consumers sleep until something arrives or production has ended.
+///
+///     // in a subclass of OrvaBaseProducerConsumer, with the subclass's queue:
+///     lockSyncMutex(); push(item); setSyncEvent(); unlockSyncMutex();   // producer
+///     lockSyncMutex();                                                  // consumer
+///     while (empty() && !m_bSentinel)
+///         waitForSyncEvent();
+///     bool got = takeOne(item);          // false once drained after the sentinel
+///     unlockSyncMutex();
+///     produceSentinel(false);  /* join the consumers */  /* destroy */  // the end
+///
+/// The library holds no elements: the client's subclasses do, and they carry
+/// the typed add and take operations and the test of the sentinel. Unlike an
+/// OrvaEvent, the sync mutex links producer and consumer: a consumer tests the
+/// queue and the sentinel while it holds the mutex, and waitForSyncEvent()
+/// gives the mutex up only inside the wait, so no wake-up is lost.
+///
+/// Two locks, two jobs: the queue's OrvaCriticalSectionObject guards the
+/// container, the sync mutex orders the waiting. The order is always the sync
+/// mutex first, then the queue lock, then the log lock.
+///
+/// Ending: produceSentinel() wakes every consumer, which then drains what is
+/// left (nothing, if the queue was cleared) and leaves. Destroy the
+/// producer/consumer only after that, in this order: produceSentinel(), wait
+/// for (join) every consumer thread, destroy. Destroying it while a consumer
+/// still waits in waitForSyncEvent() destroys a condition variable in use,
+/// which may hang the destroying thread for ever.
 #ifndef OVKIT_ORVAPRODUCERCONSUMER_H
 #define OVKIT_ORVAPRODUCERCONSUMER_H
 
@@ -79,6 +80,7 @@ public:
     /// Locks the sync mutex. Not recursive: a thread that holds it and locks
     /// it again blocks for ever.
     void lockSyncMutex();
+    /// Unlocks the sync mutex, which the calling thread holds.
     void unlockSyncMutex();
     /// Wakes every thread waiting in waitForSyncEvent().
     void setSyncEvent();

@@ -1,41 +1,42 @@
-// Threads as objects.
-//
-//     class Worker : public OrvaThread
-//     {
-//         int run() override { ...; return 7; }
-//     };
-//     Worker w;  w.start();  w.wait(-1);  int code = w.getExitCode();   // 7
-//
-// An OrvaThread runs its own run(), or the run() of an OrvaRunnable given to
-// the constructor, with the work information given by setWorkInfo(), if any.
-// When the work ends, its dependents receive a ThreadDone with the result, on
-// the ending thread.
-//
-// The threads can be cancelled at any instruction. Each runs with the
-// critical-section recovery as its cancellation clean-up, so a killed thread
-// gives back every OrvaCriticalSectionObject it held. Read/write locks, heap
-// memory and other resources are not given back; a killed thread should
-// spend its time where it holds none of them, and away from the heap. The
-// cancellation unwinds the stack: landing between two calls in a function
-// that has objects to destroy, it ends the process, so work that is meant to
-// be killed waits or loops in code without such objects.
-//
-// There is no stop request: each subclass brings its own way of telling run()
-// to return. An owner picks one of three ways of ending:
-//   - owned and waited for: it stops the work by its own protocol, and the
-//     destructor (or wait(-1)) joins the thread;
-//   - self-deleting: setMarkForDeath() on a heap object, which nobody may
-//     touch afterwards; the object deletes itself when the work ends, the
-//     operating-system thread detaches itself, and its id passes through
-//     g_vExitThreads, which the library's SIGUSR2 handler empties;
-//   - abandoned: setMarkForKill() detaches the thread, and the destructor
-//     cancels it without waiting.
-//
-// A thread that nobody joins (its work returned before anybody waited, or it
-// was killed) is detached when its object lets go of the handle, so no
-// thread's resources are kept after its object is gone.
-//
-// The library owns SIGUSR2; clients leave it alone.
+/// \file
+/// Threads as objects.
+///
+///     class Worker : public OrvaThread
+///     {
+///         int run() override { ...; return 7; }
+///     };
+///     Worker w;  w.start();  w.wait(-1);  int code = w.getExitCode();   // 7
+///
+/// An OrvaThread runs its own run(), or the run() of an OrvaRunnable given to
+/// the constructor, with the work information given by setWorkInfo(), if any.
+/// When the work ends, its dependents receive a ThreadDone with the result, on
+/// the ending thread.
+///
+/// The threads can be cancelled at any instruction. Each runs with the
+/// critical-section recovery as its cancellation clean-up, so a killed thread
+/// gives back every OrvaCriticalSectionObject it held. Read/write locks, heap
+/// memory and other resources are not given back; a killed thread should
+/// spend its time where it holds none of them, and away from the heap. The
+/// cancellation unwinds the stack: landing between two calls in a function
+/// that has objects to destroy, it ends the process, so work that is meant to
+/// be killed waits or loops in code without such objects.
+///
+/// There is no stop request: each subclass brings its own way of telling run()
+/// to return. An owner picks one of three ways of ending:
+///   - owned and waited for: it stops the work by its own protocol, and the
+///     destructor (or wait(-1)) joins the thread;
+///   - self-deleting: setMarkForDeath() on a heap object, which nobody may
+///     touch afterwards; the object deletes itself when the work ends, the
+///     operating-system thread detaches itself, and its id passes through
+///     g_vExitThreads, which the library's SIGUSR2 handler empties;
+///   - abandoned: setMarkForKill() detaches the thread, and the destructor
+///     cancels it without waiting.
+///
+/// A thread that nobody joins (its work returned before anybody waited, or it
+/// was killed) is detached when its object lets go of the handle, so no
+/// thread's resources are kept after its object is gone.
+///
+/// The library owns SIGUSR2; clients leave it alone.
 #ifndef OVKIT_ORVATHREAD_H
 #define OVKIT_ORVATHREAD_H
 
@@ -61,7 +62,9 @@ class OVKIT_API OrvaWorkInformation : public OrvaObjectBase
 {
 public:
     OrvaWorkInformation() {}
+    /// A copy starts with a count of its own.
     OrvaWorkInformation(const OrvaWorkInformation&) : OrvaObjectBase() {}
+    /// Copies nothing: the target keeps its count.
     OrvaWorkInformation& operator=(const OrvaWorkInformation&) { return *this; }
     ~OrvaWorkInformation() override;
 };
@@ -91,13 +94,19 @@ public:
     class OVKIT_API ThreadDone : public OrvaNotification
     {
     public:
+        /// Exit code 0.
         ThreadDone();
+        /// Carries `exitCode`.
         explicit ThreadDone(int exitCode);
+        /// Copies the id and the exit code.
         ThreadDone(const ThreadDone& other);
+        /// Copies the id and the exit code.
         ThreadDone& operator=(const ThreadDone& other);
         ~ThreadDone() override;
 
+        /// The value the work returned.
         int getExitCode() const;
+        /// Replaces the carried exit code.
         void setExitCode(int exitCode);
 
     private:
@@ -119,8 +128,12 @@ public:
     /// followed by the normalised run-time class name of OrvaThread itself,
     /// "class OrvaSupport10OrvaThreadE", in subclasses as well.
     OrvaThread();
+    /// A thread object with the given name, running its own run().
     explicit OrvaThread(const std::string& name);
+    /// A thread object that runs `runnable`'s run() and keeps a reference to
+    /// it; a null pointer means this object's own run().
     explicit OrvaThread(OrvaSmartPointer<OrvaRunnable> runnable);
+    /// The same, with a name.
     OrvaThread(OrvaSmartPointer<OrvaRunnable> runnable, const std::string& name);
 
     /// Marked for kill: kill(), which does not wait. Marked for death (only
@@ -192,7 +205,10 @@ public:
     /// The value returned by the work, once it has returned; -1 before, after
     /// a kill, and whenever no handle is held.
     int getExitCode() const;
+    /// The name given at construction or by setName(). It is the library's
+    /// own: the operating system's name of the thread is not touched.
     std::string getName() const;
+    /// Replaces the name, without a lock: set it before other threads read it.
     void setName(const std::string& name);
     /// The calling thread's pthread_self().
     static unsigned long getCurrentThreadId();
