@@ -52,6 +52,9 @@ def run_program(path, repetitions, extra):
     result = subprocess.run(command, stdout=subprocess.PIPE, check=False)
     if result.returncode != 0:
         sys.exit(f"report.py: {path} failed with status {result.returncode}")
+    if not result.stdout.strip():
+        # A --benchmark_filter that matches nothing in this program.
+        return {"benchmarks": []}
     return json.loads(result.stdout)
 
 
