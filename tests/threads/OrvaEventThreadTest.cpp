@@ -28,22 +28,55 @@ struct Seen
 };
 
 // Throws at call `throwAt`, if given.
+//
+// A firing that comes after this class's destructor and before the base's
+// stops the loop would reach a pure onTimer(). So with `drain` the destructor
+// stops the timer and then makes the loop take one set() of its own: a firing
+// decided on before the stop has then been delivered too, and the loop waits
+// again.
 struct Recorder : OrvaEventTimerThread
 {
-    Recorder(OrvaTimer& timer, Seen& seen, int throwAt)
-        : OrvaEventTimerThread("recorder", timer), m_rSeen(seen), m_nThrowAt(throwAt)
+    Recorder(OrvaTimer& timer, Seen& seen, int throwAt, bool drain = false)
+        : OrvaEventTimerThread("recorder", timer), m_rTimer(timer), m_rSeen(seen), m_nThrowAt(throwAt),
+          m_bDrain(drain)
     {
+    }
+    ~Recorder() override
+    {
+        if (!m_bDrain)
+            return;
+        m_rTimer.stop();
+        if (getExitCode() == 0) // the loop has ended already
+            return;
+        m_bDraining = true;
+        // A set() that comes while the loop is not in its wait is lost: repeat it.
+        EXPECT_TRUE(waitFor(
+            [this]
+            {
+                if (!m_bDrained)
+                    m_rTimer.set();
+                return m_bDrained.load();
+            }));
     }
     void onTimer() override
     {
+        if (m_bDraining)
+        {
+            m_bDrained = true;
+            return;
+        }
         if (!pthread_equal(pthread_self(), *static_cast<pthread_t*>(getHandle())))
             m_rSeen.offThread = true;
         m_rSeen.firingAtCall.push_back(m_rSeen.firings);
         if (++m_rSeen.calls == m_nThrowAt)
             throw std::runtime_error("stop");
     }
+    OrvaTimer& m_rTimer;
     Seen& m_rSeen;
     const int m_nThrowAt;
+    const bool m_bDrain;
+    std::atomic<bool> m_bDraining{false};
+    std::atomic<bool> m_bDrained{false};
 };
 
 } // namespace
@@ -57,7 +90,7 @@ TEST(OrvaEventThreadTest, TimerThreadCallsBackOncePerFiringInOrderUntilDestroyed
         CallDependent counter([&](const OrvaNotification&) { ++seen.firings; });
         OrvaTimer timer(1, false); // below a second: due again after every scan
         timer.addDependent(counter);
-        auto* recorder = new Recorder(timer, seen, throwAt);
+        auto* recorder = new Recorder(timer, seen, throwAt, true);
         recorder->start();
         timer.reset();
         ASSERT_TRUE(waitFor([&] { return seen.calls >= 5 || recorder->getExitCode() == 0; }));
@@ -65,7 +98,10 @@ TEST(OrvaEventThreadTest, TimerThreadCallsBackOncePerFiringInOrderUntilDestroyed
         for (const bool destroyed : {false, true})
         {
             if (destroyed)
+            {
                 delete recorder;
+                timer.reset(); // firing again, with nobody left to call
+            }
             const int calls = seen.calls, firings = seen.firings;
             ASSERT_TRUE(waitFor([&] { return seen.firings > firings + 3; }));
             if (destroyed || throwAt)
