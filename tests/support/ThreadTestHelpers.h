@@ -139,7 +139,9 @@ struct Victim : OrvaSupport::OrvaThread
         for (;;)
         {
             (*step)();
-            g_nVictimRounds.fetch_add(1, std::memory_order_relaxed);
+            // Released: whoever sees a round sees the victim at work, past
+            // all it did with its object.
+            g_nVictimRounds.fetch_add(1, std::memory_order_release);
         }
     }
     const Step* m_pStep;
