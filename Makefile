@@ -1,8 +1,10 @@
 # Front door: `make demo` runs the example daemon for three ticks, `make test`
 # builds and runs the test suite, `make asan` does the same under the address
-# and undefined-behaviour sanitizers, `make bench` measures the library against
-# its peers and prints the table (see BENCHMARKS.md).
-.PHONY: all deps build test asan demo bench clean
+# and undefined-behaviour sanitizers, `make tsan` under the thread sanitizer
+# (stress tests included; tools/tsan.supp lists the races the library accepts),
+# `make bench` measures the library against its peers and prints the table
+# (see BENCHMARKS.md).
+.PHONY: all deps build test asan tsan demo bench clean
 
 all: build
 
@@ -20,6 +22,11 @@ asan: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+tsan: deps
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
 
 demo: build
 	cd build/default && ./examples/tickd/ovkit-tickd -c ../../examples/tickd/tickd.properties -n 3
