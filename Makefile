@@ -1,14 +1,15 @@
 # Front door: `make demo` runs the example daemon for three ticks, `make test`
 # builds and runs the test suite, `make asan` does the same under the address
-# and undefined-behaviour sanitizers, `make bench` measures the library against
-# its peers and prints the table (see BENCHMARKS.md). `make abi-check` compares
-# the library's binary interface with the committed baseline
-# (abi/libovkit.so.1.abi), and `make abi-baseline` records the current one there.
-# `make package` builds the Debian packages libovkit1 and libovkit-dev into
-# build/default/packages and checks them with lintian (errors fail). `make docs`
-# writes the API reference, from the headers' /// comments, to
-# build/docs/html (any Doxygen warning fails it).
-.PHONY: all deps build test asan demo bench abi-check abi-baseline package docs clean
+# and undefined-behaviour sanitizers, `make tsan` under the thread sanitizer
+# (stress tests included; tools/tsan.supp lists the races the library accepts),
+# `make bench` measures the library against its peers and prints the table
+# (see BENCHMARKS.md). `make abi-check` compares the library's binary interface
+# with the committed baseline (abi/libovkit.so.1.abi), and `make abi-baseline`
+# records the current one there. `make package` builds the Debian packages
+# libovkit1 and libovkit-dev into build/default/packages and checks them with
+# lintian (errors fail). `make docs` writes the API reference, from the
+# headers' /// comments, to build/docs/html (any Doxygen warning fails it).
+.PHONY: all deps build test asan tsan demo bench abi-check abi-baseline package docs clean
 VERSION := $(shell sed -n 's/^project.ovkit VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 
 all: build
@@ -27,6 +28,11 @@ asan: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+tsan: deps
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
 
 demo: build
 	cd build/default && ./examples/tickd/ovkit-tickd -c ../../examples/tickd/tickd.properties -n 3

@@ -1,6 +1,7 @@
 #include <ovkit/OrvaService.h>
 
 #include "log/LogMessage.h"
+#include "sync/AtomicField.h"
 
 #include <cerrno>
 #include <csignal>
@@ -129,7 +130,7 @@ bool OrvaService::startInForeground(const std::string& argument)
     if (!onStart(argument))
         return false;
 
-    m_nState = serviceRunning;
+    internal::storeRelaxed(m_nState, serviceRunning);
     signal(SIGINT, ControlHandler);
     signal(SIGTERM, ControlHandler);
     signal(SIGPIPE, ControlHandler);
@@ -139,7 +140,7 @@ bool OrvaService::startInForeground(const std::string& argument)
     OVKIT_LOG(9, "OrvaService::start: service completed.");
 
     onStop();
-    m_nState = serviceStopped;
+    internal::storeRelaxed(m_nState, serviceStopped);
     return true;
 }
 
@@ -182,12 +183,12 @@ bool OrvaService::runDaemonChild(const std::string& argument, int reportFd)
     signal(SIGPIPE, ControlHandler);
 
     OVKIT_LOG(9, "OrvaService::start: waiting for service to exit");
-    m_nState = serviceRunning;
+    internal::storeRelaxed(m_nState, serviceRunning);
 
     if (!onStart(argument))
     {
         writeDaemonReport(reportFd, 1);
-        m_nState = serviceStopped;
+        internal::storeRelaxed(m_nState, serviceStopped);
         return false;
     }
 
@@ -197,14 +198,14 @@ bool OrvaService::runDaemonChild(const std::string& argument, int reportFd)
     m_oStopEvent.wait(-1);
     usleep(c_nStopPauseMicroseconds);
     onStop();
-    m_nState = serviceStopped;
+    internal::storeRelaxed(m_nState, serviceStopped);
     return true;
 }
 
 bool OrvaService::stop()
 {
     OVKIT_LOG(9, "OrvaService::stop: entering");
-    m_nState = serviceStopping;
+    internal::storeRelaxed(m_nState, serviceStopping);
     getEventObject().set();
     OVKIT_LOG(9, "OrvaService::stop: exiting");
     return true;
@@ -227,7 +228,7 @@ std::string OrvaService::serviceName() const
 
 OrvaService::t_ServiceState OrvaService::state() const
 {
-    return m_nState;
+    return internal::loadRelaxed(m_nState);
 }
 
 OrvaEvent& OrvaService::getEventObject()

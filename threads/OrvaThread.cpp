@@ -116,8 +116,9 @@ void* OrvaThreadFn(void* object)
     markedForDeath = thread->m_bMarkForDeath;
     if (!markedForDeath)
     {
-        // The exit code is in place before anyone can see the thread ended.
-        thread->m_nExitCode = rc;
+        // The exit code is in place before anyone can see the thread ended,
+        // and whoever reads it sees all that the work did before.
+        internal::storeRelease(thread->m_nExitCode, rc);
         internal::storeRelease(thread->m_bRunning, false);
     }
     pthread_cleanup_pop(0);
@@ -328,7 +329,7 @@ void* OrvaThread::getHandle()
 
 int OrvaThread::getExitCode() const
 {
-    return m_pHandle ? m_nExitCode : -1;
+    return m_pHandle ? internal::loadAcquire(m_nExitCode) : -1;
 }
 
 std::string OrvaThread::getName() const

@@ -8,6 +8,7 @@
 #include <ovkit/OrvaThread.h>
 #include <ovkit/OrvaTimer.h>
 
+#include <atomic>
 #include <string>
 
 namespace tickd
@@ -63,7 +64,8 @@ private:
     const long m_nTickLimit;
     const std::string m_sPidFile;
     long m_nTicks = 0;
-    volatile bool m_bStopping = false;
+    // Set by whoever stops the service, read by the tick thread at each tick.
+    std::atomic<bool> m_bStopping{false};
     OrvaSupport::OrvaTimer m_oTimer;
     TickThread m_oThread;
 };

@@ -127,7 +127,7 @@ public:
 
     /// The second name given to the five-argument constructor; empty otherwise.
     std::string serviceName() const;
-    /// The state, read without a lock.
+    /// The state as last set; may be read from any thread.
     t_ServiceState state() const;
     /// The stop event. Setting it directly ends start just as stop does, with
     /// the state going straight from serviceRunning to serviceStopped.
@@ -155,8 +155,11 @@ protected:
     OrvaEvent m_oStopEvent; ///< See getEventObject().
     /// Set when start takes the daemon road; nothing reads it.
     bool m_bDaemon;
-    bool m_bOption;          ///< See m_sFirstName.
-    t_ServiceState m_nState; ///< See state().
+    bool m_bOption; ///< See m_sFirstName.
+    /// See state(). Written by the thread in start and by stop, from any
+    /// thread or signal handler; the library reads and writes it as a single
+    /// atomic word, with no ordering beyond that.
+    t_ServiceState m_nState;
 
     static OrvaService* m_pThis; ///< See getService().
 

@@ -203,7 +203,9 @@ public:
     /// Points to the pthread_t of the thread; null when there is none.
     void* getHandle();
     /// The value returned by the work, once it has returned; -1 before, after
-    /// a kill, and whenever no handle is held.
+    /// a kill, and whenever no handle is held. Any thread may poll it: one
+    /// that sees the result also sees all that the work did, its ThreadDone
+    /// included.
     int getExitCode() const;
     /// The name given at construction or by setName(). It is the library's
     /// own: the operating system's name of the thread is not touched.

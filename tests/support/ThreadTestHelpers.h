@@ -6,6 +6,7 @@
 #include <ovkit/OrvaThread.h>
 
 #include "support/Processes.h"
+#include "support/Sanitizers.h"
 
 #include <atomic>
 #include <csignal>
@@ -100,8 +101,9 @@ inline bool exitListEmpty()
 
 /// Disarms the system timer, lets the expiry thread that waits for it go (as
 /// its expiry would), and waits until the process is down to its main thread
-/// and every self-deleted thread has been joined, so that no thread of the
-/// library is at work when the process ends.
+/// (and the sanitizer's own thread, if any) and every self-deleted thread has
+/// been joined, so that no thread of the library is at work when the process
+/// ends.
 inline bool settleLibraryThreads()
 {
     itimerval off = {};
@@ -111,7 +113,8 @@ inline bool settleLibraryThreads()
         []
         {
             struct stat tasks; // the directory has two links and one per thread
-            return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= 3 && exitListEmpty();
+            return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink <= 3 + c_nRuntimeThreads &&
+                   exitListEmpty();
         });
 }
 
@@ -136,7 +139,9 @@ struct Victim : OrvaSupport::OrvaThread
         for (;;)
         {
             (*step)();
-            g_nVictimRounds.fetch_add(1, std::memory_order_relaxed);
+            // Released: whoever sees a round sees the victim at work, past
+            // all it did with its object.
+            g_nVictimRounds.fetch_add(1, std::memory_order_release);
         }
     }
     const Step* m_pStep;

@@ -1,8 +1,13 @@
 #include <ovkit/OrvaEvent.h>
 
+#include "support/Sanitizers.h"
 #include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
+
+#ifdef OVKIT_TEST_THREAD_SANITIZER
+#include <sanitizer/allocator_interface.h>
+#endif
 
 #include <atomic>
 #include <cstdlib>
@@ -62,6 +67,20 @@ thread_local bool t_bCounting = false;
 thread_local int t_nAllocations = 0;
 } // namespace
 
+#ifdef OVKIT_TEST_THREAD_SANITIZER
+// The thread sanitizer's runtime defines the global operator new itself, so
+// it cannot be replaced here; its allocator reports every block to a hook.
+namespace
+{
+void countAllocation(const volatile void*, std::size_t)
+{
+    if (t_bCounting)
+        ++t_nAllocations;
+}
+[[maybe_unused]] const int g_nHookInstalled =
+    __sanitizer_install_malloc_and_free_hooks(countAllocation, nullptr);
+} // namespace
+#else
 // The library allocates with the nothrow form too: it is replaced as well, so
 // that every block the replaced delete frees came from malloc.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
@@ -87,6 +106,7 @@ void operator delete(void* block, std::size_t) noexcept
 {
     std::free(block);
 }
+#endif
 
 TEST(OrvaEventTest, ANotificationIsMadeOnlyWhenSomeoneCanSeeIt)
 {

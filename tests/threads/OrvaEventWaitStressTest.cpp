@@ -1,5 +1,6 @@
 #include <ovkit/OrvaEvent.h>
 
+#include "support/Sanitizers.h"
 #include "support/ThreadTestHelpers.h"
 
 #include <gtest/gtest.h>
@@ -53,7 +54,10 @@ TEST(OrvaEventWaitStressTest, LimitedWaitsOnEightEventsLeaveNothingBehind)
     }
     EXPECT_EQ(sets, 8 * (rounds + 1)); // every destroyed wait thread set its event once
     ASSERT_TRUE(ovkit_test::settleLibraryThreads());
-    EXPECT_LE(mappingCount(), mappings + 16);
+    // A wait thread left behind keeps two mappings, sixteen per round. The
+    // thread sanitizer maps memory of its own as threads come and go: a few
+    // dozen areas over all the rounds.
+    EXPECT_LE(mappingCount(), mappings + 16 + (ovkit_test::c_bThreadSanitizer ? 100 : 0));
     for (OrvaEvent& event : events)
         event.removeDependent(counter);
 }
