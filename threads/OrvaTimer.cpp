@@ -75,14 +75,17 @@ long long s_nArmedDeadline = 0;
 // fires at its time. A timer started and stopped at a high rate (the log's
 // record watchdog) thus costs one system call now and then, not one a start.
 // The deadline armed is kept under the list lock; a scan forgets it, for the
-// expiry that started it has passed.
+// expiry that started it has passed. A deadline already past is not trusted
+// either: its expiry may have released an expiry thread that found the
+// manager stopping and left without a scan, and nothing would arm again.
 void armSystemTimer(const itimerval& value)
 {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    const long long deadline = (static_cast<long long>(now.tv_sec) + value.it_value.tv_sec) * 1000000000LL +
-                               now.tv_nsec + static_cast<long long>(value.it_value.tv_usec) * 1000LL;
-    if (s_nArmedDeadline != 0 && s_nArmedDeadline <= deadline)
+    const long long current = static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
+    const long long deadline = current + static_cast<long long>(value.it_value.tv_sec) * 1000000000LL +
+                               static_cast<long long>(value.it_value.tv_usec) * 1000LL;
+    if (s_nArmedDeadline > current && s_nArmedDeadline <= deadline)
         return;
     // A value the system refuses (negative milliseconds) arms nothing.
     if (setitimer(ITIMER_REAL, &value, nullptr) == 0)
