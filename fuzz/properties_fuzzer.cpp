@@ -20,6 +20,8 @@
 #include "FuzzSupport.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,11 +102,17 @@ void loadFile(OrvaProperties<S>& table, const std::string& bytes, Source source,
     }
     else
     {
-        // The writer's open waits for the loader's, and its close ends the file.
+        // The writer's open waits for the loader's, and its close ends the
+        // file. Signals (libFuzzer's alarm) go to the loader's thread.
         std::thread writer(
             [&]
             {
+                sigset_t all;
+                sigfillset(&all);
+                pthread_sigmask(SIG_BLOCK, &all, nullptr);
                 const int fd = open(fifoPath().c_str(), O_WRONLY);
+                if (fd < 0)
+                    abort();
                 writeAll(fd, bytes);
                 close(fd);
             });
