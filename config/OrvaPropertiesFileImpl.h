@@ -12,6 +12,7 @@
 #include "sync/KillShield.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <istream>
@@ -73,6 +74,22 @@ inline bool skipByteOrderMark(std::istream& bytes)
     return false;
 }
 
+/// Opens `stream` on `path`, and again when a signal interrupted the open:
+/// opening a FIFO waits for its other end, and a handler installed without
+/// SA_RESTART ends that wait with EINTR, which is no failure to open the file.
+template <class Stream>
+inline void openRestarting(Stream& stream, const std::string& path, std::ios::openmode mode)
+{
+    for (;;)
+    {
+        errno = 0;
+        stream.open(path.c_str(), mode);
+        if (stream.is_open() || errno != EINTR)
+            return;
+        stream.clear();
+    }
+}
+
 /// The character that a table keeps of one 16-bit unit: wide tables the
 /// whole unit, narrow tables its low byte.
 template <class Char>
@@ -102,7 +119,8 @@ bool OrvaProperties<StringType>::loadPropertiesImpl(const std::string& path, Cha
     // The byte order mark is looked for in the bytes themselves, whatever the
     // table's character type: a wide stream would first pass them through
     // its conversion.
-    std::ifstream bytes(path.c_str(), std::ios::in | std::ios::binary);
+    std::ifstream bytes;
+    PropertyFile::openRestarting(bytes, path, std::ios::in | std::ios::binary);
     if (!bytes.is_open())
     {
         OVKIT_LOG(5, "OrvaProperties<StringType>::loadProperties: couldn't open file " << path);
@@ -275,7 +293,8 @@ bool OrvaProperties<StringType>::savePropertiesImpl(const std::string& path)
 {
     OVKIT_LOG(5, "OrvaProperties<StringType>::saveProperties: to file " << path);
 
-    typename PropertyFile::Streams<Char>::Out out(path.c_str(), std::ios::out | std::ios::trunc);
+    typename PropertyFile::Streams<Char>::Out out;
+    PropertyFile::openRestarting(out, path, std::ios::out | std::ios::trunc);
     if (!out.is_open())
     {
         OVKIT_LOG(5, "OrvaProperties<StringType>::saveProperties: couldn't open file " << path);

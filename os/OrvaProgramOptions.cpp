@@ -128,6 +128,9 @@ void OrvaProgramOptions::shortOption(int& index, int argc, char** argv, const st
 {
     const char* arg = argv[index];
     const char c = arg[1];
+    // A lone prefix stands for the zero character, which a table may hold;
+    // nothing stands behind it, and nothing behind the argument is read.
+    const char* rest = c == '\0' ? arg + 1 : arg + 2;
     const std::string key(1, c);
     const std::string::size_type found = shortOptions.find(c);
     if (found == std::string::npos)
@@ -137,9 +140,9 @@ void OrvaProgramOptions::shortOption(int& index, int argc, char** argv, const st
         // A flag; anything behind the character is ignored.
         m_oProperties.addProperty(key, std::string());
     }
-    else if (arg[2] != '\0')
+    else if (*rest != '\0')
     {
-        m_oProperties.addProperty(key, std::string(arg + 2));
+        m_oProperties.addProperty(key, std::string(rest));
     }
     else
     {

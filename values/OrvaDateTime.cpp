@@ -388,7 +388,9 @@ bool OrvaDateTime::probeField(int tm::*field, unsigned value, int offset, unsign
         return false;
     }
     tm probe = localFieldsOf(*this);
-    probe.*field = static_cast<int>(value) + offset;
+    // Unsigned arithmetic, as the value is unsigned: a year far beyond the
+    // range of int wraps around instead of overflowing.
+    probe.*field = static_cast<int>(value + static_cast<unsigned>(offset));
     return validateDateTime(probe, error);
 }
 

@@ -9,11 +9,15 @@
 #include "support/ScratchDir.h"
 #include "support/Thrown.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <csignal>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -353,4 +357,57 @@ TEST(OrvaPropertiesTest, LinesFromAPipeAreStoredAsTheyArrive)
     close(ends[0]);
     EXPECT_TRUE(firstSeenEarly);
     EXPECT_EQ("2", props.getProperty("second"));
+}
+
+namespace
+{
+
+std::atomic<bool> g_bOpenInterrupted{false};
+
+/// Whether thread `tid` of this process waits in openat (/proc's syscall file
+/// starts with the number of the call a thread is blocked in).
+bool blockedInOpen(pid_t tid)
+{
+    const std::string line = readFile("/proc/self/task/" + std::to_string(tid) + "/syscall");
+    return line.compare(0, std::to_string(SYS_openat).size() + 1, std::to_string(SYS_openat) + " ") == 0;
+}
+
+} // namespace
+
+TEST(OrvaPropertiesTest, AFifoOpenThatASignalInterruptsIsMadeAgain)
+{
+    // Opening a FIFO waits for its writer. A handler installed without
+    // SA_RESTART ends that wait with EINTR, which is no failure to open the
+    // file: the load opens it again and reads what the writer then sends.
+    ScratchDir dir;
+    const std::string fifo = dir.file("fifo");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    struct sigaction action = {}, previous = {};
+    action.sa_handler = [](int) { g_bOpenInterrupted.store(true, std::memory_order_release); };
+    ASSERT_EQ(0, sigaction(SIGWINCH, &action, &previous));
+    const pid_t loader = ovkit_test::currentTid();
+    std::atomic<bool> loadDone{false};
+    std::thread writer(
+        [&]
+        {
+            ASSERT_TRUE(ovkit_test::waitFor([&] { return blockedInOpen(loader); }));
+            syscall(SYS_tgkill, getpid(), loader, SIGWINCH);
+            ASSERT_TRUE(
+                ovkit_test::waitFor([&] { return g_bOpenInterrupted.load(std::memory_order_acquire); }));
+            ASSERT_TRUE(ovkit_test::waitFor([&] { return blockedInOpen(loader) || loadDone.load(); }));
+            const int fd = open(fifo.c_str(), O_WRONLY | O_NONBLOCK); // fails when no reader waits
+            if (fd >= 0)
+            {
+                EXPECT_EQ(4, write(fd, "a=1\n", 4));
+                close(fd);
+            }
+        });
+    OrvaProperties<std::string> table;
+    const bool loaded = table.loadPropertiesImpl(fifo, '=');
+    loadDone.store(true);
+    writer.join();
+    sigaction(SIGWINCH, &previous, nullptr);
+    EXPECT_TRUE(g_bOpenInterrupted.load());
+    EXPECT_TRUE(loaded);
+    EXPECT_EQ("1", table.getProperty("a", std::string()));
 }

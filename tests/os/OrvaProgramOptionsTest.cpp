@@ -146,3 +146,21 @@ TEST(OrvaProgramOptionsTest, CommandLineStringAndArguments)
     EXPECT_EQ(copy.nextArgument(), "c d");
     EXPECT_EQ(options.nextArgument(), "it's");
 }
+
+TEST(OrvaProgramOptionsTest, LoneDashFoundInAShortTableHoldingAZeroReadsNoFurther)
+{
+    // A short table may hold the zero character, which a lone `-` stands for.
+    // Its text behind that character is empty, so a data option takes the
+    // next argument; the bytes that lie behind the argument's end are not
+    // read (here a 'x' that a read past the end would take as the value).
+    const std::string table("a\0:", 3);
+    char dash[] = {'-', '\0', 'x', '\0'};
+    char value[] = "v";
+    char prog[] = "prog";
+    char* argv[] = {prog, dash, value, nullptr};
+    OrvaProgramOptions options(3, argv, table, "");
+    EXPECT_EQ(options.getProperties().getPropertyValues(std::string(1, '\0')), std::vector<std::string>{"v"});
+    EXPECT_EQ(options.getArgumentCount(), 0u);
+    EXPECT_EQ(ovkit_test::thrownText([&] { OrvaProgramOptions(2, argv, table, ""); }),
+              "OrvaProgramOptions::parse: option data not available for: - (0)"); // the zero ends the text
+}

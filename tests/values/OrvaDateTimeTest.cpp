@@ -188,6 +188,19 @@ TEST_F(OrvaDateTimeTest, CalendarQueries)
     EXPECT_EQ(fieldsOf(date), (std::vector<int>{1994, 10, 15, 8, 12, 31}));
 }
 
+TEST_F(OrvaDateTimeTest, YearTestsTakeEveryUnsignedYear)
+{
+    // The year less 1900 is unsigned arithmetic, whatever the year: one whose
+    // full value passes the range of int is no date, and one that wraps
+    // around to a small negative number is the year it wraps to.
+    OrvaDateTime date = parsed("15/11/1994 08:12:31");
+    std::string error;
+    for (unsigned year : {2147483648u, 2147483655u, 2147485547u})
+        EXPECT_TRUE(!date.setYearImpl(year, error) && error == kInvalid) << year;
+    EXPECT_TRUE(date.setYearImpl(4294967295u, error)); // the year -1
+    EXPECT_EQ(fieldsOf(date), (std::vector<int>{1994, 10, 15, 8, 12, 31}));
+}
+
 } // namespace
 
 TEST_F(OrvaDateTimeTest, AChangedZoneCountsAtOnceWithinTheSameSecond)
