@@ -146,7 +146,7 @@ OrvaSmartPointer<OrvaTreeNode> OrvaTreeNode::add(OrvaSmartPointer<OrvaTreeNode> 
         node->setKey(key);
         return add(node);
     }
-    if (child == node || !isPlaceholder(*child))
+    if (!isPlaceholder(*child))
         return child;
     return replacePlaceholder(child, node, key);
 }
@@ -165,9 +165,12 @@ OrvaSmartPointer<OrvaTreeNode> OrvaTreeNode::replacePlaceholder(OrvaSmartPointer
 {
     // `old` keeps the placeholder alive while its children move and after it
     // has left this node's children. It is removed by identity: `node` may
-    // already stand among them under the same key.
+    // already stand among them under the same key. The children are taken
+    // through a copy, since `old` may be `node` itself: such a node hands its
+    // children to itself and then loses them with the placeholder's list.
     node->setKey(key);
-    node->m_vChildren.insert(node->m_vChildren.end(), old->m_vChildren.begin(), old->m_vChildren.end());
+    const std::vector<NodePointer> adopted(old->m_vChildren);
+    node->m_vChildren.insert(node->m_vChildren.end(), adopted.begin(), adopted.end());
     old->m_vChildren.clear();
     std::vector<NodePointer>::iterator place = std::find(m_vChildren.begin(), m_vChildren.end(), old);
     if (place != m_vChildren.end())

@@ -94,8 +94,9 @@ public:
     /// - if the child is a placeholder, `node` takes its place: the
     ///   placeholder's children are appended behind those that `node` already
     ///   has, the placeholder is left without children and is removed, and
-    ///   `node` is added with add(node). Should the child be `node` itself, it
-    ///   is returned as it stands.
+    ///   `node` is added with add(node). Should the child be `node` itself,
+    ///   the same steps leave it without children, moved behind any siblings
+    ///   of its key.
     /// Returns the node that stands at the path, or null (and changes nothing)
     /// if the path is empty or `node` is null.
     OrvaSmartPointer<OrvaTreeNode> add(OrvaSmartPointer<OrvaTreeNode> node, std::vector<std::string>& path);

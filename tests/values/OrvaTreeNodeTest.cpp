@@ -97,15 +97,19 @@ TEST(OrvaTreeNodeTest, PlaceholdersGiveWayToNewNodesAndClientNodesStay)
     EXPECT_EQ(second->refCount(), 1);
 
     // A client's class named like the tree's own counts as a placeholder;
-    // a node added again where it stands keeps its children.
+    // a placeholder added again where it stands gives its children up to
+    // itself and loses them, and moves behind its siblings of the same key.
     Node mine = root->add(new MyOrvaTreeNode("a/m"), "/");
     Node other = root->add(new MyOrvaTreeNode("a/m"), "/");
     EXPECT_TRUE(other != mine && root->getNode("a/m", "/") == other);
-    other->add(new OrvaTreeNode("n"));
-    other->setKey("a/m");
-    EXPECT_TRUE(root->add(other, "/") == other);
-    EXPECT_EQ(keysOf(other, 1), "n");
-    EXPECT_EQ(keysOf(root->getNode("a"), 2), "b,m");
+    Node child = other->add(new OrvaTreeNode("n"));
+    Node twin = root->getNode("a")->add(new Folder("m"));
+    std::vector<std::string> path = {"a", "m"};
+    EXPECT_TRUE(root->add(other, path) == other);
+    EXPECT_TRUE(other->getNode("n") == nullptr);
+    EXPECT_EQ(child->refCount(), 1);
+    EXPECT_EQ(keysOf(root->getNode("a"), 3), "b,m,m");
+    EXPECT_TRUE((*root->getNode("a"))[1] == twin && (*root->getNode("a"))[2] == other);
 }
 
 TEST(OrvaTreeNodeTest, PrintWritesOneIndentedRecordPerNodeAtLevelNineOnly)
