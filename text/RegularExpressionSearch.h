@@ -132,16 +132,14 @@ int backLinkOf(const std::vector<Entry>& stack, const Token& token)
     return static_cast<int>(stack.size()) - 1;
 }
 
-/// Pushes the entry of a set or `.` that took the character at `pos`, and
-/// returns the place behind it. The entry's text is kept only while the
-/// search is traced in full (addMatch's record shows it).
+/// Pushes the entry of a set or `.` that took the character at `pos`, with
+/// that character as its text, and returns the place behind it.
 template <class S>
 unsigned int pushCharacter(const OrvaRegularExpressionImplementation<S>& impl, const S& text,
                            unsigned int pos, typename OrvaRegularExpressionImplementation<S>::iterator token,
                            std::vector<typename OrvaRegularExpressionImplementation<S>::MatchToken>& stack)
 {
-    typename OrvaRegularExpressionImplementation<S>::MatchToken match{
-        regexTracedInFull() ? S(1, text[pos]) : S(), pos, 1, 0, token};
+    typename OrvaRegularExpressionImplementation<S>::MatchToken match{S(1, text[pos]), pos, 1, 0, token};
     impl.addMatch(match, token, stack);
     return pos + 1;
 }

@@ -158,8 +158,8 @@ public:
     struct MatchToken
     {
         /// The text of the entry: the one character matched by a set or by
-        /// the dot, the token's segment for a literal. Stored only by a
-        /// traced search, so that an untraced one copies no text.
+        /// the dot, the token's segment for a literal. The steps below store
+        /// it; an untraced search, whose stack stays inside it, stores none.
         S segment;
         unsigned int position; ///< Offset of the matched piece in the text.
         unsigned int length;   ///< Length of the matched piece.

@@ -382,3 +382,41 @@ TEST(OrvaRegularExpressionTest, UntracedSearchesAgreeWithTracedOnes)
             << pattern << " on " << text << " from " << pos;
     }
 }
+
+TEST(OrvaRegularExpressionTest, StepsPushEntriesOfWhatTheyMatched)
+{
+    // The steps called on their own, untraced: each entry holds the text it
+    // stands for, its place and length, and its back link (the first
+    // repetition of a one-or-more token links where the entry below links).
+    typedef OrvaRegularExpressionImplementation<std::string> Impl;
+    typedef Impl::ExpressionToken Token;
+    OrvaLogging silent;
+    OrvaLogging::setInstance(silent);
+    const std::vector<Token> tokens = {{Token::Literal, Token::One, "ab"},
+                                       {Token::Any, Token::One, ""},
+                                       {Token::InSet, Token::OneOrMore, "xy"},
+                                       {Token::NotInSet, Token::One, "q"}};
+    Impl impl;
+    std::vector<Impl::MatchToken> stack;
+    EXPECT_EQ(3u, impl.matchLiteral("zabcyyr", 0, tokens.begin(), stack));
+    EXPECT_EQ(4u, impl.matchAny("zabcyyr", 3, tokens.begin() + 1, stack));
+    EXPECT_EQ(5u, impl.matchSet("zabcyyr", 4, tokens.begin() + 2, stack));
+    EXPECT_EQ(6u, impl.matchSet("zabcyyr", 5, tokens.begin() + 2, stack));
+    EXPECT_EQ(N, impl.matchSet("zabcyyr", 6, tokens.begin() + 2, stack));
+    EXPECT_EQ(7u, impl.matchSet("zabcyyr", 6, tokens.begin() + 3, stack));
+    const struct
+    {
+        const char* segment;
+        unsigned int position, length;
+        int previous;
+    } expected[] = {{"ab", 1, 2, -1}, {"c", 3, 1, 0}, {"y", 4, 1, 0}, {"y", 5, 1, 2}, {"r", 6, 1, 3}};
+    ASSERT_EQ(5u, stack.size());
+    for (std::size_t i = 0; i < stack.size(); ++i)
+    {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(expected[i].segment, stack[i].segment);
+        EXPECT_EQ(expected[i].position, stack[i].position);
+        EXPECT_EQ(expected[i].length, stack[i].length);
+        EXPECT_EQ(expected[i].previous, stack[i].previous);
+    }
+}
