@@ -26,7 +26,12 @@ void awaitStarted(const bool& started)
 } // namespace
 
 OrvaEventWaitThread::OrvaEventWaitThread(OrvaEvent& event, int milliseconds)
-    : OrvaThread("EventWaitThread"), m_pEvent(&event), m_nTimeout(milliseconds), m_bStarted(false)
+    : OrvaEventWaitThread("EventWaitThread", event, milliseconds)
+{
+}
+
+OrvaEventWaitThread::OrvaEventWaitThread(const std::string& name, OrvaEvent& event, int milliseconds)
+    : OrvaThread(name), m_pEvent(&event), m_nTimeout(milliseconds), m_bStarted(false)
 {
 }
 

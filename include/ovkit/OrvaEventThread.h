@@ -37,7 +37,8 @@ namespace OrvaSupport
 {
 
 /// A thread that waits once on an event, with the event's own wait(), and
-/// ends. Its name is "EventWaitThread".
+/// ends. Its name is "EventWaitThread" unless the constructor that takes a
+/// name is used.
 ///
 /// The wait is `event.wait(milliseconds)`: with -1 it lasts until the next
 /// set(); any other value returns at once (see OrvaEvent::wait()), so the
@@ -48,6 +49,8 @@ public:
     /// Neither starts the thread nor touches the event, which is not owned
     /// and must outlive this object.
     OrvaEventWaitThread(OrvaEvent& event, int milliseconds);
+    /// The same, with a name of the caller's for the thread.
+    OrvaEventWaitThread(const std::string& name, OrvaEvent& event, int milliseconds);
     /// Releases the thread and joins it. If a thread was started, waits
     /// (looking every 100 milliseconds) until its run() has begun, sets the
     /// event and waits for the thread's end. The event is set in any case,

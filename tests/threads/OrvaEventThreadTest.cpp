@@ -155,6 +155,12 @@ TEST(OrvaEventThreadTest, DestructorsReleaseTheirWaitAndCountAsOneSet)
         at = out.find(std::string("OrvaEventTimerThread::~OrvaEventTimerThread: ") + line + "\n", at);
         EXPECT_NE(at, std::string::npos) << line << "\n" << out;
     }
+
+    // The thread's name: the fixed one, or the caller's.
+    OrvaEvent event;
+    OrvaEventWaitThread plain(event, 0), named("mine", event, 0);
+    EXPECT_EQ(plain.getName(), "EventWaitThread");
+    EXPECT_EQ(named.getName(), "mine");
 }
 
 TEST(OrvaEventThreadTest, MultipleWaitReturnsTheIndexOrZeroAndSetsEveryEvent)
