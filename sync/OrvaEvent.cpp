@@ -204,6 +204,10 @@ void OrvaEvent::set()
     }
     internal::pinEventBlock(block);
     OrvaNotification* notification = createNotification();
+    // Whether the event's own destroyNotification() applies is settled while
+    // the event is known to be alive: its destructor rewrites the dispatch
+    // table as it begins, so a virtual call made later could race with it.
+    OrvaEvent* const owner = usesOwnNotifications(this) ? nullptr : this;
     takeOverAnnouncement(block);
     // From here on this event may be destroyed, by a dependent or by another
     // thread: only the block is used until the event is known to be alive.
@@ -215,25 +219,27 @@ void OrvaEvent::set()
     {
         // A dependent's failure (or the thread's cancellation) passes on; the
         // waiters are then not woken.
-        finishDelivery(this, block, notification);
+        finishDelivery(owner, block, notification);
         internal::unpinEventBlock(block);
         throw;
     }
-    finishDelivery(this, block, notification);
+    finishDelivery(owner, block, notification);
     // The mutex is not taken: a set() that comes before a waiter has entered
     // its wait is lost.
     pthread_cond_broadcast(&block->m_cond);
     internal::unpinEventBlock(block);
 }
 
-// Hands the notification back to the event, or deletes it if the event is
-// gone; the event is only touched in the first case. The block's mutex keeps
-// the event from finishing its destruction meanwhile.
+// Hands the notification back to the event whose subclass overrides the
+// notification functions (`event`), or deletes it if the event is gone or
+// uses its own functions (`event` null): the event is only touched in the
+// first case. The block's mutex keeps the event from finishing its
+// destruction meanwhile.
 void OrvaEvent::finishDelivery(OrvaEvent* event, void* handle, OrvaNotification* notification)
 {
     OrvaEventBlock* block = eventBlock(handle);
     pthread_mutex_lock(&block->m_mutex);
-    if (block->m_bOrphaned)
+    if (!event || block->m_bOrphaned)
         delete notification;
     else
         event->destroyNotification(notification);
