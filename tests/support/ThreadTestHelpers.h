@@ -9,14 +9,18 @@
 #include "support/Sanitizers.h"
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <functional>
 #include <string>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace ovkit_test
 {
@@ -30,14 +34,35 @@ bool onOtherThread(Body body)
     return result;
 }
 
+/// How often thread `tid` of this process has given up the processor of its
+/// own accord, or -1 if it is gone.
+inline long voluntarySwitches(pid_t tid)
+{
+    char path[64], text[4096];
+    snprintf(path, sizeof path, "/proc/self/task/%d/status", static_cast<int>(tid));
+    const int fd = open(path, O_RDONLY);
+    const ssize_t length = fd < 0 ? 0 : read(fd, text, sizeof text - 1);
+    if (fd >= 0)
+        close(fd);
+    text[length > 0 ? length : 0] = '\0';
+    const char* field = strstr(text, "voluntary_ctxt_switches:");
+    return field && (field == text || field[-1] == '\n') ? atol(field + 24) : -1;
+}
+
 /// Waits until every other thread of the process sleeps in the kernel, as
-/// threads blocked on a condition variable or a mutex do.
-inline bool othersSleeping()
+/// threads blocked on a condition variable or a mutex do, and has stayed
+/// asleep without waking for a while: a thread that only dozes on a lock on
+/// its way somewhere (as happens often under a sanitizer) wakes again and
+/// does not count. With `atLeast`, that many other threads must exist.
+inline bool othersSleeping(std::size_t atLeast = 0)
 {
     const pid_t self = currentTid();
+    std::vector<std::pair<pid_t, long>> seen;
+    auto seenAt = std::chrono::steady_clock::now();
     return waitFor(
-        [self]
+        [&]
         {
+            std::vector<std::pair<pid_t, long>> now;
             char entries[8192];
             const int fd = open("/proc/self/task", O_RDONLY | O_DIRECTORY);
             const long length = fd < 0 ? 0 : syscall(SYS_getdents64, fd, entries, sizeof entries);
@@ -46,10 +71,21 @@ inline bool othersSleeping()
             for (long at = 0; at < length; at += reinterpret_cast<dirent64*>(entries + at)->d_reclen)
             {
                 const pid_t tid = atoi(reinterpret_cast<dirent64*>(entries + at)->d_name);
-                if (tid > 0 && tid != self && taskState(tid) != 'S')
+                if (tid <= 0 || tid == self)
+                    continue;
+                if (taskState(tid) != 'S')
                     return false;
+                now.emplace_back(tid, voluntarySwitches(tid));
             }
-            return length > 0;
+            if (length <= 0 || now.size() < atLeast)
+                return false;
+            if (now != seen)
+            {
+                seen = now;
+                seenAt = std::chrono::steady_clock::now();
+                return false;
+            }
+            return std::chrono::steady_clock::now() - seenAt >= std::chrono::milliseconds(20);
         });
 }
 
