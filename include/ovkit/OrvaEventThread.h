@@ -95,9 +95,11 @@ public:
     ///
     /// A subclass's own destructor runs first. A firing between its start and
     /// the moment this destructor stops the loop calls onTimer() on an object
-    /// whose subclass part is gone, which ends the process; a subclass that
-    /// cannot rule that out stops the timer in its own destructor, and keeps
-    /// it from firing meanwhile by other means if the timer is shared.
+    /// whose subclass part is gone, which ends the process. Stopping the
+    /// timer in the subclass's destructor is not enough, for a firing decided
+    /// on before the stop may still come: a subclass that cannot rule it out
+    /// ends the loop itself first, e.g. by a flag that makes onTimer() throw,
+    /// then a set() of its own, repeated until the thread has ended.
     ~OrvaEventTimerThread() override;
 
     /// Marks the loop as active, then starts the thread. Marking first means

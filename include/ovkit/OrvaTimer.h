@@ -81,7 +81,8 @@ public:
     OrvaTimer(long milliseconds, bool oneShot);
     /// An interval of `seconds` and `milliseconds`; not started.
     OrvaTimer(long seconds, long milliseconds, bool oneShot);
-    /// stop().
+    /// stop(), then waits until a firing already under way has begun its
+    /// set() (the delivery itself is not waited for).
     ~OrvaTimer() override;
 
     /// Starts the timer again with its stored interval and one-shot flag.
@@ -93,7 +94,9 @@ public:
     /// With both numbers 0 or below it just stops the timer. Due timers may
     /// fire on the calling thread.
     virtual void start(long seconds, long milliseconds, bool oneShot);
-    /// Takes a queued timer off the list; an idle timer is left alone.
+    /// Takes a queued timer off the list; an idle timer is left alone. A
+    /// firing that the manager had already decided on may still set the
+    /// event after stop() has returned: stop() does not wait for it.
     virtual void stop();
     /// The one-shot flag last given.
     virtual bool isOneShot() const;
