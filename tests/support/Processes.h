@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -41,6 +42,17 @@ inline pid_t currentTid()
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
 
+/// Reads the start of a /proc file into `text` (`size` bytes with the
+/// closing zero); an empty text if it cannot be read.
+inline void readProcText(const char* path, char* text, std::size_t size)
+{
+    const int fd = open(path, O_RDONLY);
+    const ssize_t length = fd < 0 ? 0 : read(fd, text, size - 1);
+    if (fd >= 0)
+        close(fd);
+    text[length > 0 ? length : 0] = '\0';
+}
+
 /// The state letter of a thread of this process (R, S, Z, ...), or of the
 /// process `tid` when `ofThisProcess` is false; X once it is gone.
 inline char taskState(pid_t tid, bool ofThisProcess = true)
@@ -48,11 +60,7 @@ inline char taskState(pid_t tid, bool ofThisProcess = true)
     char path[64], line[512];
     snprintf(path, sizeof path, ofThisProcess ? "/proc/self/task/%d/stat" : "/proc/%d/stat",
              static_cast<int>(tid));
-    const int fd = open(path, O_RDONLY);
-    const ssize_t length = fd < 0 ? 0 : read(fd, line, sizeof line - 1);
-    if (fd >= 0)
-        close(fd);
-    line[length > 0 ? length : 0] = '\0';
+    readProcText(path, line, sizeof line);
     const char* name = strrchr(line, ')'); // the state follows the name
     return name && name[1] == ' ' ? name[2] : 'X';
 }

@@ -40,11 +40,7 @@ inline long voluntarySwitches(pid_t tid)
 {
     char path[64], text[4096];
     snprintf(path, sizeof path, "/proc/self/task/%d/status", static_cast<int>(tid));
-    const int fd = open(path, O_RDONLY);
-    const ssize_t length = fd < 0 ? 0 : read(fd, text, sizeof text - 1);
-    if (fd >= 0)
-        close(fd);
-    text[length > 0 ? length : 0] = '\0';
+    readProcText(path, text, sizeof text);
     const char* field = strstr(text, "voluntary_ctxt_switches:");
     return field && (field == text || field[-1] == '\n') ? atol(field + 24) : -1;
 }
